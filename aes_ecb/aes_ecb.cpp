@@ -1,0 +1,1 @@
+#include "aes_ecb/aes_ecb.h"

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+
+#include "kestin_base/uncopy.h"
+
+namespace Kestin::Base {
+
+// A regular file, open for one transfer. One owner at a time. Only regular files can be opened, so
+// that no call waits on a pipe or a device. Every operation but `close` is false while no file is
+// open.
+class File : private Uncopy {
+  public:
+    File() = default;
+    ~File();
+
+    // Closes what was open first. `write` true: creates the file if it is missing, keeps an
+    // existing file's bytes and adds behind them; a link is refused. `write` false: opens for
+    // reading from the start; links are followed. The third argument is always false.
+    bool open(const char* path, bool write, bool reserved);
+    bool is_open() const;
+
+    // True once a read has met the end of the file: it gave fewer bytes than asked for, also 0.
+    bool is_eof() const;
+
+    // Reads up to `size` bytes; `got` says how many came. Meeting the end is no failure.
+    bool read(char* buffer, std::uint64_t size, std::uint64_t& got);
+
+    // Writes all bytes, however many calls that takes.
+    bool write(const char* data, std::uint64_t size);
+
+    // Sets the read position, counted from the start; beyond the end is allowed, below 0 is not.
+    // The end of the file has to be met again afterwards.
+    bool seek(std::int64_t position);
+
+    // False if the system reports a failed write only now. Nothing to close is no failure.
+    bool close();
+
+  private:
+    int descriptor_ = -1;
+    bool at_end_ = false;
+};
+
+}  // namespace Kestin::Base

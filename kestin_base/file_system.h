@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Kestin::Base {
+
+// All of these take paths as bytes, may be called on unrelated paths at once, report by their
+// result alone and never throw.
+
+// Whether something stands at `path`: a file, a directory, or a link, dangling or not.
+bool kestin_access_safe(const char* path);
+
+// Whether `path` could be examined; what it is, links followed, goes to `is_directory`, which
+// stays as it was on false.
+bool kestin_path_is_directory(const char* path, bool& is_directory);
+
+// Whether both paths name one and the same file or directory (hard links included, links of the
+// symbolic kind not followed). False if either can't be examined.
+bool kestin_same_file(const char* one, const char* other);
+
+// Lets the owner write to the file. A link is left alone, and so is what it points to.
+bool kestin_chmod_safe(const char* path);
+
+// Deletes a file or a link; refuses a directory.
+bool kestin_unlink_safe(const char* path);
+
+// Gives a file or directory another path. A file at `to` is replaced in one step, by a file as
+// well as by a directory; on false both stand as before. A directory at `to` is replaced only by a
+// directory, and only if it is empty (rename(2)).
+bool kestin_rename_safe(const char* from, const char* to);
+
+// Creates the directory with all its parents; one that exists is no fault.
+void kestin_create_directory_recursive(const std::string& path);
+
+// Removes the directory with all its contents, however deep. Links are removed, never followed,
+// also when `path` is one itself. What can't be removed stays; the rest goes.
+void kestin_remove_directory_recursive(const std::string& path);
+
+// Size in bytes and time of last modification in whole seconds since 1970-01-01 UTC, rounded down;
+// links are followed. On false the argument stays as it was.
+bool file_get_size(const char* path, std::int64_t& size);
+bool file_get_time(const char* path, std::int64_t& time);
+
+// Sets the time of last modification, of a link itself if `path` is one. False also if the file
+// system keeps another number than `time`: ext4 reports success and clamps what lies outside 1901
+// to 2446.
+bool file_set_time(const char* path, std::int64_t time);
+
+}  // namespace Kestin::Base

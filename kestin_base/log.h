@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <type_traits>
+
+#include "kestin_base/detail/printf_format.h"
+#include "kestin_base/uncopy.h"
+
+// The level of a log line.
+enum KESTIN_LOG_LEVEL {
+    KESTIN_LOG_CRITICAL = 0,
+    KESTIN_LOG_ERROR = 1,
+    KESTIN_LOG_WARNING = 2,
+    KESTIN_LOG_DEBUG = 3,
+    KESTIN_LOG_TRACK = 4,
+};
+
+namespace Kestin::Base {
+
+// The two logs of the process, "run" and "debug". Process singleton.
+class LogSwitch : private Uncopy {
+  public:
+    static LogSwitch& instance();
+
+    // Starts both logs from the settings file `<root>cfg/log.ini`; relative log files count from
+    // the folder above the one that holds it. False, with the reason on no channel: the file is
+    // missing, faulty, or names a log file that can't be opened.
+    bool init(const char* config_path);
+    void exit();
+
+  private:
+    LogSwitch();
+    ~LogSwitch();
+};
+
+namespace detail {
+
+enum class LogName { run, debug };
+
+// One line to a log: local date and time with milliseconds, the level's eight-character label,
+// file, function, line and the message, whose control bytes are shown as \xHH so that no client's
+// text can forge a line. The line is in the file when the call returns. A full or unwritable disk
+// loses the line and nothing else. Does nothing before LogSwitch::init and after LogSwitch::exit.
+void write_log(LogName log, KESTIN_LOG_LEVEL level, const char* file, const char* function,
+               std::uint64_t line, const char* format, ...);
+
+}  // namespace detail
+}  // namespace Kestin::Base
+
+// Write one line to the run log or the debug log; callable from every thread at once, never fail
+// towards the caller. `format` is checked against its arguments by the compiler
+// (detail/printf_format.h).
+template <typename... Arguments>
+void kestin_run_log(
+    KESTIN_LOG_LEVEL level, const char* file, const char* function, std::uint64_t line,
+    Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
+    Arguments... arguments) {
+    Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::run, level, file, function, line,
+                                    format.text(), arguments...);
+}
+
+template <typename... Arguments>
+void kestin_debug_log(
+    KESTIN_LOG_LEVEL level, const char* file, const char* function, std::uint64_t line,
+    Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
+    Arguments... arguments) {
+    Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::debug, level, file, function,
+                                    line, format.text(), arguments...);
+}

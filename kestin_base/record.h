@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "kestin_base/detail/printf_format.h"
+#include "kestin_base/uncopy.h"
+
+namespace Kestin::Base {
+
+// The record of finished uploads, `<root>log/record.log`, one line an entry: local date and time
+// with milliseconds, "success" or "failure", the text, its control bytes shown as \xHH. Process
+// singleton.
+class Record : private Uncopy {
+  public:
+    static Record& instance();
+
+    // False: the file can't be opened.
+    bool init(const std::string& root);
+    void exit();
+
+    // Appends one entry; callable from every thread. Does nothing outside init and exit.
+    void append(bool success, const char* format, ...);
+
+  private:
+    Record();
+    ~Record();
+
+    struct Sink;
+    std::shared_ptr<Sink> sink_;
+};
+
+}  // namespace Kestin::Base
+
+template <typename... Arguments>
+void kestin_record(Kestin::Base::Record& record, bool success,
+                   Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
+                   Arguments... arguments) {
+    record.append(success, format.text(), arguments...);
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "kestin_base/uncopy.h"
+
+namespace Kestin::Base {
+
+// An XML document with a cursor, used either for reading or for writing. One owner at a time.
+//
+// Reading is strict: what isn't well-formed is refused, entities beyond the built-in ones are not
+// expanded and nothing is fetched. Comments, CDATA and encodings are as the XML 1.0 standard has
+// them; all text comes out as UTF-8, with white space at both ends removed.
+//
+// Writing always gives well-formed UTF-8, whatever bytes a value holds: a byte that is no UTF-8,
+// or a character that XML can't hold, is shown as U+FFFD.
+class Xml : private Uncopy {
+  public:
+    Xml();
+    ~Xml();
+
+    // Replaces the document; the cursor stands before its top element.
+    bool load(const char* path);
+    bool set_document(const char* text);
+
+    // Moves the cursor into the element of that name at the cursor (the top element, or a child
+    // of the cursor's element), and back out one level.
+    bool into_element(const char* name);
+    bool outof_element();
+
+    // The text of the cursor's first child of that name. False if there is none, with `value` as
+    // it was; an element without text gives true and an empty text.
+    bool get_element(const char* name, std::string& value);
+
+    // The next child of the cursor's element as an XML text of its own, in document order; false
+    // after the last.
+    bool get_sub_document(std::string& document);
+
+    // Adds the top element, a child at its end, and an attribute to the last child added. `value`
+    // is the element's text; null for none.
+    bool add_element(const char* name, const char* value);
+    bool add_child_element(const char* name, const char* value);
+    bool add_child_attribute(const char* name, const std::string& value);
+
+    // The document that was written: an XML declaration and the elements, without indentation.
+    // Ends the writing.
+    std::string get_document();
+
+  private:
+    struct Reader;
+    struct Writer;
+    std::unique_ptr<Reader> reader_;
+    std::unique_ptr<Writer> writer_;
+};
+
+}  // namespace Kestin::Base

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Kestin::Net {
+
+// One accepted connection, owned by the substrate. Its operations are called only from inside a
+// callback of this same connection, and not after on_close.
+class TcpConnectionBase {
+  public:
+    virtual ~TcpConnectionBase() = default;
+    TcpConnectionBase(const TcpConnectionBase&) = delete;
+    TcpConnectionBase& operator=(const TcpConnectionBase&) = delete;
+
+    // The peer's IPv4 address as a dotted quad and its port in host order. Works in on_close too.
+    virtual bool get_peer_address(std::string& address, std::uint16_t& port) = 0;
+
+    // Bytes that wait in the receive buffer, as far as the service may take them now: 0 while the
+    // peer has left more answers unread than the send buffer's mark. What is held back is offered
+    // again, by on_recv, when the peer has read.
+    virtual std::uint64_t recv_buffer_size() = 0;
+
+    // Copy `length` bytes from the front and leave them, copy and remove them, or remove them.
+    // False, with nothing changed, if fewer stand there.
+    virtual bool recv_buffer_copy_len(void* destination, std::uint64_t length) = 0;
+    virtual bool recv_buffer_move_len(void* destination, std::uint64_t length) = 0;
+    virtual bool recv_buffer_drop_len(std::uint64_t length) = 0;
+
+    // A hint that nothing can be read before `length` bytes stand there. on_recv isn't held back.
+    virtual bool recv_buffer_need_len(std::uint64_t length) = 0;
+
+    // Takes all of the bytes behind what waits already, to go out in that order. False, with none
+    // taken: the bound of the send buffer is reached, or the connection is breaking.
+    virtual bool send_buffer_fill_len(const void* data, std::uint64_t length) = 0;
+
+    // One pointer of the service's, null when the connection is accepted.
+    void set_user_data(void* user_data) { user_data_ = user_data; }
+    void* get_user_data() const { return user_data_; }
+
+  protected:
+    TcpConnectionBase() = default;
+
+  private:
+    void* user_data_ = nullptr;
+};
+
+}  // namespace Kestin::Net

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "kestin_net/tcp_service_base.h"
+
+namespace Kestin::Net {
+
+namespace detail {
+class EventLoop;
+}
+
+// Listens, accepts and calls the service back. Idle after construction and after `exit`, running in
+// between. `init` and `exit` are called by one thread that is none of the substrate's.
+class TcpManager {
+  public:
+    TcpManager();
+    ~TcpManager();
+    TcpManager(const TcpManager&) = delete;
+    TcpManager& operator=(const TcpManager&) = delete;
+
+    // Names the object for all callbacks; before `init`.
+    bool set_service(TcpServiceBase* service);
+
+    // Listens on all `port_count` ports (host order) of all local IPv4 addresses and starts
+    // `thread_count` threads, which run the callbacks. A port that stands there twice is listened
+    // on once. `idle_seconds`: how long a connection may stay silent; 0, for ever. True only if
+    // all ports listen; on false the manager is idle again. Callbacks may begin before it returns.
+    bool init(std::uint64_t idle_seconds, std::uint64_t thread_count, const std::uint16_t* ports,
+              std::uint64_t port_count);
+
+    // Closes the listening sockets and all connections, each with its on_close, and ends the
+    // threads. When it returns no callback runs and none will come. Nothing to do on an idle
+    // manager.
+    void exit();
+
+  private:
+    TcpServiceBase* service_ = nullptr;
+    std::unique_ptr<detail::EventLoop> loop_;
+};
+
+}  // namespace Kestin::Net
