@@ -43,6 +43,8 @@ void ByteStream::host_to_net(void* data, std::uint64_t size) {
     }
 }
 
-void ByteStream::net_to_host(void* data, std::uint64_t size) { host_to_net(data, size); }
+void ByteStream::net_to_host(void* data, std::uint64_t size) {
+    host_to_net(data, size);
+}
 
 }  // namespace Kestin::Base

@@ -33,6 +33,8 @@ class Directory : private Uncopy {
     void close();
 
   private:
+    void examine();
+
     DIR* stream_ = nullptr;
     std::string prefix_;
     std::string name_;

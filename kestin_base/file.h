@@ -38,6 +38,7 @@ class File : private Uncopy {
 
   private:
     int descriptor_ = -1;
+    std::int64_t position_ = 0;
     bool at_end_ = false;
 };
 

@@ -51,19 +51,19 @@ void write_log(LogName log, KESTIN_LOG_LEVEL level, const char* file, const char
 // towards the caller. `format` is checked against its arguments by the compiler
 // (detail/printf_format.h).
 template <typename... Arguments>
-void kestin_run_log(
-    KESTIN_LOG_LEVEL level, const char* file, const char* function, std::uint64_t line,
-    Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
-    Arguments... arguments) {
+void kestin_run_log(KESTIN_LOG_LEVEL level, const char* file, const char* function,
+                    std::uint64_t line,
+                    Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
+                    Arguments... arguments) {
     Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::run, level, file, function, line,
                                     format.text(), arguments...);
 }
 
 template <typename... Arguments>
-void kestin_debug_log(
-    KESTIN_LOG_LEVEL level, const char* file, const char* function, std::uint64_t line,
-    Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
-    Arguments... arguments) {
+void kestin_debug_log(KESTIN_LOG_LEVEL level, const char* file, const char* function,
+                      std::uint64_t line,
+                      Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
+                      Arguments... arguments) {
     Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::debug, level, file, function,
                                     line, format.text(), arguments...);
 }

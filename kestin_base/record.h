@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -26,9 +25,6 @@ class Record : private Uncopy {
   private:
     Record();
     ~Record();
-
-    struct Sink;
-    std::shared_ptr<Sink> sink_;
 };
 
 }  // namespace Kestin::Base

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <chrono>
+#include <cstdarg>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "kestin_base/uncopy.h"
+
+namespace Kestin::Base::detail {
+
+// Where lines go, and how much of them is kept: at `size` bytes the file becomes "name.1.log", the
+// file of that name "name.2.log", and so on up to `count`; older ones are deleted.
+struct LineFileSettings {
+    std::string path;
+    std::size_t size = 0;
+    std::size_t count = 0;
+};
+
+// A file that takes whole lines, each headed by local date and time with milliseconds. Callable
+// from every thread.
+class LineFile : private Uncopy {
+  public:
+    LineFile();
+    ~LineFile();
+
+    // False, with nothing open: the file can't be opened. Its folders are made where they lack.
+    bool open(const LineFileSettings& settings);
+    void close();
+
+    // Adds one line, which is in the file when the call returns. Does nothing while no file is
+    // open. A line that can't be written is lost, and so are those of the `retry_pause` behind it.
+    // A file that no longer stands at its path, moved away or deleted, is given up for a new one.
+    void write(std::string_view text);
+
+  private:
+    class Sink;
+
+    bool ready();
+    bool reopen();
+    void give_up();
+
+    std::mutex mutex_;  // held for all that follows
+    LineFileSettings settings_;
+    std::unique_ptr<Sink> sink_;
+    std::chrono::steady_clock::time_point retry_at_;
+};
+
+// The longest message of a line in bytes; of a longer one the rest is cut, and the line says so.
+inline constexpr std::size_t max_message_size = 8192;
+
+// A message for one line: formatted, its control bytes shown as \xHH, cut at the bound.
+std::string line_message(const char* format, va_list arguments);
+
+}  // namespace Kestin::Base::detail

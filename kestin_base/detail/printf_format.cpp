@@ -1,0 +1,56 @@
+#include "kestin_base/detail/printf_format.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string_view>
+
+namespace Kestin::Base::detail {
+namespace {
+
+// A glibc format: each %I64 becomes %ll.
+std::string system_format(std::string_view format) {
+    constexpr std::string_view wide = "%I64";
+    std::string result;
+    result.reserve(format.size());
+    for (;;) {
+        const auto at = format.find(wide);
+        result += format.substr(0, at);
+        if (at == std::string_view::npos) {
+            return result;
+        }
+        result += "%ll";
+        format.remove_prefix(at + wide.size());
+    }
+}
+
+}  // namespace
+
+std::string format_text(const char* format, va_list arguments) {
+    const std::string known = system_format(format);
+    va_list again;
+    va_copy(again, arguments);
+    std::array<char, 512> place;
+    const int length = std::vsnprintf(place.data(), place.size(), known.c_str(), arguments);
+    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
+    if (text.size() < place.size()) {
+        std::copy_n(place.data(), text.size(), text.data());
+    } else {
+        std::vsnprintf(text.data(), text.size() + 1, known.c_str(), again);
+    }
+    va_end(again);
+    return text;
+}
+
+std::uint64_t format_into(char* buffer, std::uint64_t size, const char* format, ...) {
+    if (size == 0) {
+        return 0;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(buffer, size, system_format(format).c_str(), arguments);
+    va_end(arguments);
+    return std::min(static_cast<std::uint64_t>(std::max(length, 0)), size - 1);
+}
+
+}  // namespace Kestin::Base::detail

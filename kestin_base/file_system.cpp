@@ -1,0 +1,122 @@
+#include "kestin_base/file_system.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include "kestin_base/detail/file_mode.h"
+#include "kestin_base/path.h"
+
+namespace Kestin::Base {
+namespace {
+
+bool examine(const char* path, struct stat& facts) {
+    return ::stat(path, &facts) == 0;
+}
+
+bool examine_link(const char* path, struct stat& facts) {
+    return ::lstat(path, &facts) == 0;
+}
+
+// Puts the directory `from` in the place of the file at `to`: the two change places in one step,
+// then the file goes.
+bool replace_file_by_directory(const char* from, const char* to) {
+    const auto exchange = [&] {
+        return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0;
+    };
+    if (!exchange()) {
+        return false;
+    }
+    if (kestin_unlink_safe(from)) {
+        return true;
+    }
+    exchange();
+    return false;
+}
+
+}  // namespace
+
+bool kestin_access_safe(const char* path) {
+    struct stat facts {};
+    return examine_link(path, facts);
+}
+
+bool kestin_path_is_directory(const char* path, bool& is_directory) {
+    struct stat facts {};
+    if (!examine(path, facts)) {
+        return false;
+    }
+    is_directory = S_ISDIR(facts.st_mode);
+    return true;
+}
+
+bool kestin_same_file(const char* one, const char* other) {
+    struct stat first {};
+    struct stat second {};
+    return examine_link(one, first) && examine_link(other, second) &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+bool kestin_chmod_safe(const char* path) {
+    struct stat facts {};
+    if (!examine_link(path, facts)) {
+        return false;
+    }
+    return S_ISLNK(facts.st_mode) || detail::grant_owner(AT_FDCWD, path, facts.st_mode, S_IWUSR);
+}
+
+bool kestin_unlink_safe(const char* path) {
+    return ::unlink(path) == 0;
+}
+
+bool kestin_rename_safe(const char* from, const char* to) {
+    if (::rename(from, to) == 0) {
+        return true;
+    }
+    return errno == ENOTDIR && replace_file_by_directory(from, to);
+}
+
+void kestin_create_directory_recursive(const std::string& path) {
+    if (::mkdir(path.c_str(), 0777) == 0 || errno != ENOENT) {
+        return;
+    }
+    const std::string name = path.substr(0, path.find_last_not_of('/') + 1);
+    std::string parent;
+    if (name.find('/') != std::string::npos &&
+        kestin_extract_directory(name.c_str(), parent, true)) {
+        kestin_create_directory_recursive(parent);
+        ::mkdir(path.c_str(), 0777);
+    }
+}
+
+bool file_get_size(const char* path, std::int64_t& size) {
+    struct stat facts {};
+    if (!examine(path, facts)) {
+        return false;
+    }
+    size = facts.st_size;
+    return true;
+}
+
+bool file_get_time(const char* path, std::int64_t& time) {
+    struct stat facts {};
+    if (!examine(path, facts)) {
+        return false;
+    }
+    time =
+        facts.st_mtim.tv_sec;  // rounded down already: the nanoseconds beside it are never negative
+    return true;
+}
+
+bool file_set_time(const char* path, std::int64_t time) {
+    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{time, 0}};
+    struct stat facts {};
+    return ::utimensat(AT_FDCWD, path, times.data(), AT_SYMLINK_NOFOLLOW) == 0 &&
+           examine_link(path, facts) && facts.st_mtim.tv_sec == time;
+}
+
+}  // namespace Kestin::Base

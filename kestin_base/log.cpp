@@ -1,0 +1,87 @@
+#include "kestin_base/log.h"
+
+#include <atomic>
+#include <cstdarg>
+
+#include "kestin_base/detail/log_settings.h"
+
+namespace Kestin::Base {
+namespace {
+
+constexpr std::array labels{"Critical", "   Error", " Warning", "   Debug", "   Track"};
+constexpr int no_level = -1;
+
+struct Log {
+    std::atomic<int> lowest_level{no_level};
+    detail::LineFile file;
+
+    bool open(const detail::LogSettings& settings) {
+        lowest_level = file.open(settings.file) ? settings.lowest_level : no_level;
+        return lowest_level != no_level;
+    }
+
+    void close() {
+        lowest_level = no_level;
+        file.close();
+    }
+
+    bool keeps(int level) const {
+        return level >= 0 && level <= lowest_level.load(std::memory_order_relaxed);
+    }
+};
+
+// Outlive the singleton, so that a line at the process's end does no harm.
+std::array<Log, 2>& logs() {
+    static auto& both = *new std::array<Log, 2>;
+    return both;
+}
+
+}  // namespace
+
+LogSwitch& LogSwitch::instance() {
+    static LogSwitch log_switch;
+    return log_switch;
+}
+
+LogSwitch::LogSwitch() {
+    logs();
+}
+
+LogSwitch::~LogSwitch() {
+    exit();
+}
+
+bool LogSwitch::init(const char* config_path) {
+    std::array<detail::LogSettings, 2> settings;
+    if (!detail::read_log_settings(config_path, settings)) {
+        return false;
+    }
+    auto& [run, debug] = logs();
+    if (run.open(settings[0]) && debug.open(settings[1])) {
+        return true;
+    }
+    exit();
+    return false;
+}
+
+void LogSwitch::exit() {
+    for (Log& log : logs()) {
+        log.close();
+    }
+}
+
+void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const char* file, const char* function,
+                       std::uint64_t line, const char* format, ...) {
+    Log& log = logs().at(static_cast<std::size_t>(name));
+    if (!log.keeps(level)) {
+        return;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string message = line_message(format, arguments);
+    va_end(arguments);
+    log.file.write(std::string(labels.at(level)) + ' ' + file + ' ' + function + ' ' +
+                   std::to_string(line) + ' ' + message);
+}
+
+}  // namespace Kestin::Base

@@ -1,0 +1,50 @@
+#include "kestin_base/record.h"
+
+#include <cstdarg>
+
+#include "kestin_base/detail/line_file.h"
+
+namespace Kestin::Base {
+namespace {
+
+constexpr std::size_t record_size = std::size_t{64} << 20U;
+constexpr std::size_t record_count = 64;
+
+// Outlives the singleton, so that an entry at the process's end does no harm.
+detail::LineFile& record_file() {
+    static auto& file = *new detail::LineFile;
+    return file;
+}
+
+}  // namespace
+
+Record& Record::instance() {
+    static Record record;
+    return record;
+}
+
+Record::Record() {
+    record_file();
+}
+
+Record::~Record() {
+    record_file().close();
+}
+
+bool Record::init(const std::string& root) {
+    return record_file().open({root + "log/record.log", record_size, record_count});
+}
+
+void Record::exit() {
+    record_file().close();
+}
+
+void Record::append(bool success, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const std::string text = detail::line_message(format, arguments);
+    va_end(arguments);
+    record_file().write((success ? "success " : "failure ") + text);
+}
+
+}  // namespace Kestin::Base

@@ -1,0 +1,35 @@
+#include "kestin_base/strings.h"
+
+namespace Kestin::Base {
+
+void kestin_string_trim(std::string& text, const char* trim_chars) {
+    text.erase(text.find_last_not_of(trim_chars) + 1);
+    text.erase(0, text.find_first_not_of(trim_chars));
+}
+
+StringSplitter::StringSplitter(const std::string& source, const std::string& trim_chars,
+                               const std::string& delimiters)
+    : source_(source), trim_chars_(trim_chars), delimiters_(delimiters) {
+}
+
+bool StringSplitter::eof() const {
+    return next_ == std::string::npos;
+}
+
+StringSplitter& StringSplitter::operator>>(std::string& piece) {
+    piece.clear();
+    if (eof()) {
+        return *this;
+    }
+    const auto end = source_.find_first_of(delimiters_, next_);
+    piece = source_.substr(next_, end - next_);
+    kestin_string_trim(piece, trim_chars_.c_str());
+    next_ = end == std::string::npos ? end : end + 1;
+    return *this;
+}
+
+std::string ansi_to_utf8(const std::string& text) {
+    return text;
+}
+
+}  // namespace Kestin::Base
