@@ -67,8 +67,9 @@ TEST_F(LogTest, LevelsAreLabelledAndFilteredForEachLog) {
         kestin_debug_log(level, "f", "g", 1, "m");
     }
     const std::string text = bytes_of(root / "log/d.log");
-    const std::regex lines(std::string(stamp) + "Critical f g 1 m\n" + stamp + "   Error f g 1 m\n" +
-                           stamp + " Warning f g 1 m\n" + stamp + "   Debug f g 1 m\n");
+    const std::regex lines(std::string(stamp) + "Critical f g 1 m\n" + stamp +
+                           "   Error f g 1 m\n" + stamp + " Warning f g 1 m\n" + stamp +
+                           "   Debug f g 1 m\n");
     EXPECT_TRUE(std::regex_match(text, lines)) << text;
     EXPECT_EQ(run_log(), "");
 }
@@ -153,7 +154,8 @@ TEST_F(LogTest, FullFilesAreKeptUpToTheCount) {
         log(message.c_str());
     }
     for (const char* kept : {"run.log", "run.1.log", "run.2.log"}) {
-        EXPECT_LE(std::filesystem::file_size(root / (std::string("log/") + kept)), 1U << 20U) << kept;
+        EXPECT_LE(std::filesystem::file_size(root / (std::string("log/") + kept)), 1U << 20U)
+            << kept;
     }
     EXPECT_FALSE(std::filesystem::exists(root / "log/run.3.log"));
 }
