@@ -7,6 +7,11 @@
 
 namespace Kestin::Base {
 
+namespace detail {
+class XmlReader;
+class XmlWriter;
+}  // namespace detail
+
 // An XML document with a cursor, used either for reading or for writing. One owner at a time.
 //
 // Reading is strict: what isn't well-formed is refused, entities beyond the built-in ones are not
@@ -33,8 +38,8 @@ class Xml : private Uncopy {
     // it was; an element without text gives true and an empty text.
     bool get_element(const char* name, std::string& value);
 
-    // The next child of the cursor's element as an XML text of its own, in document order; false
-    // after the last.
+    // The next child element of the cursor's element as an XML text of its own, in document order;
+    // false after the last. A move of the cursor starts over.
     bool get_sub_document(std::string& document);
 
     // Adds the top element, a child at its end, and an attribute to the last child added. `value`
@@ -44,14 +49,12 @@ class Xml : private Uncopy {
     bool add_child_attribute(const char* name, const std::string& value);
 
     // The document that was written: an XML declaration and the elements, without indentation.
-    // Ends the writing.
+    // Ends the writing. Empty if nothing was added.
     std::string get_document();
 
   private:
-    struct Reader;
-    struct Writer;
-    std::unique_ptr<Reader> reader_;
-    std::unique_ptr<Writer> writer_;
+    std::unique_ptr<detail::XmlReader> reader_;
+    std::unique_ptr<detail::XmlWriter> writer_;
 };
 
 }  // namespace Kestin::Base
