@@ -1,0 +1,156 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "client/error.h"
+#include "client/remote.h"
+#include "client/socket.h"
+#include "client/status_text.h"
+#include "src/message/catalogue.h"
+#include "src/message/wire.h"
+
+namespace transmit {
+
+// What a request brought: the response's record in host order, and the bytes behind it.
+template <typename Row>
+struct Answer {
+    typename Row::Response record;
+    std::string tail;
+};
+
+// How an upload goes on after its prepare.
+struct UploadStart {
+    bool complete;        // the server has this very file: nothing to send and nothing to finish
+    std::int64_t offset;  // else: where in the file to go on
+};
+
+// What lies at a path.
+struct PathContent {
+    bool is_folder;
+    std::string document;  // of a folder: its listing in XML, for parse_listing
+};
+
+// The longest message of test data.
+inline constexpr std::uint16_t longest_test = 65535;
+
+// One connection to a server, and its 18 requests. Each function sends one request and waits for
+// the response; a failing status is an error of kind refused and leaves the connection usable, every
+// other error closes it. Not for several threads at once.
+class Connection {
+  public:
+    static Result<Connection> open(const Endpoint& endpoint, WaitLimits limits = {});
+
+    Result<UploadStart> upload_file_prepare(const RemotePath& path, const FileStamp& stamp,
+                                            bool encrypted);
+    // One block, already enciphered if the upload is. The server is silent unless it fails; then
+    // its answer waits, and upload_failure tells it.
+    Result<void> upload_file_data(const void* data, std::uint32_t size);
+    // The failure that the server reported of a block, if one has arrived. Never waits.
+    Result<void> upload_failure();
+    Result<void> upload_file_finish();
+
+    Result<FileStamp> download_file_prepare(const RemotePath& path, bool encrypted);
+    // Sends only: the answer is a stream of DataResponse records, until one without data.
+    Result<void> download_file_data(std::int64_t offset);
+    Result<void> download_file_finish();
+
+    Result<void> create_directory(const RemotePath& path);
+    // What doesn't exist counts as deleted; folders go with all they hold.
+    Result<void> delete_path(const RemotePath& path);
+    Result<void> rename_path(const RemotePath& old_path, std::string_view new_path);
+    Result<PathContent> get_path_content(const RemotePath& path);
+
+    // The list of storages in XML, for parse_storages.
+    Result<std::string> get_storage_information();
+    Result<void> check_storage_id(std::uint32_t storage_id);
+    // Connections of the server's transmit port, this one included, modulo 65536.
+    Result<std::uint16_t> get_norvane_node_count();
+
+    // One JSON object that describes this client to the server's list of connections.
+    Result<void> set_user_information(std::string_view json);
+    // Bytes per second and batch of a download; 0, the start, makes each batch one block.
+    Result<void> set_transmit_speed(std::uint32_t send_speed);
+    // Ends whatever transfer runs on this connection.
+    Result<void> cleanup_connection();
+
+    // `size` bytes to the server, or from it.
+    Result<void> test_upload_data(std::uint16_t size);
+    Result<void> test_download_data(std::uint16_t size);
+
+    // Any request of the catalogue with its tails, whose lengths the record holds, and its
+    // response, whatever the status. The type field is filled in here.
+    template <typename Row, typename... Tail>
+    Result<Answer<Row>> ask(typename Row::Request request, Tail... tails);
+
+    // The halves of `ask`, for requests sent ahead. Responses come in the order of the requests.
+    template <typename Row, typename... Tail>
+    Result<void> send_request(typename Row::Request request, Tail... tails);
+    template <typename Row>
+    Result<Answer<Row>> receive_response();
+
+    // Bytes as they come, at most `size` and at least one.
+    Result<std::size_t> receive_some(void* data, std::size_t size);
+
+    bool cancelled() const { return socket_.cancelled(); }
+    bool is_open() const { return socket_.is_open(); }
+    void close() { socket_.close(); }
+
+  private:
+    explicit Connection(Socket socket) : socket_(std::move(socket)) {}
+
+    Result<void> send_parts(std::span<iovec> parts);
+    Result<void> receive(void* data, std::size_t size);
+    Result<std::string> receive_tail(std::uint32_t size);
+    Error wrong_type(std::uint16_t wanted, std::uint16_t found);
+
+    template <typename Row, typename... Tail>
+    Result<void> order(const typename Row::Request& request, Tail... tails);
+
+    Socket socket_;
+};
+
+template <typename Row, typename... Tail>
+Result<void> Connection::send_request(typename Row::Request request, Tail... tails) {
+    static_assert(sizeof...(tails) == Row::tail_count);
+    assert((Row::tail_lengths(request) ==
+            std::array<std::uint64_t, Row::tail_count>{std::string_view(tails).size()...}));
+    request.type = Row::type;
+    message::to_network_order(request);
+    std::array<iovec, 1 + Row::tail_count> parts{
+        iovec{&request, sizeof request},
+        iovec{const_cast<char*>(std::string_view(tails).data()), std::string_view(tails).size()}...};
+    return send_parts(parts);
+}
+
+template <typename Row>
+Result<Answer<Row>> Connection::receive_response() {
+    Answer<Row> answer;
+    if (auto received = receive(&answer.record, sizeof answer.record); !received) {
+        return received.error();
+    }
+    message::to_host_order(answer.record);
+    if (answer.record.type != Row::response_type) {
+        return wrong_type(Row::response_type, answer.record.type);
+    }
+    if constexpr (requires { answer.record.data_length; }) {
+        auto tail = receive_tail(answer.record.data_length);
+        if (!tail) {
+            return tail.error();
+        }
+        answer.tail = *std::move(tail);
+    }
+    return answer;
+}
+
+template <typename Row, typename... Tail>
+Result<Answer<Row>> Connection::ask(typename Row::Request request, Tail... tails) {
+    if (auto sent = send_request<Row>(request, tails...); !sent) {
+        return sent.error();
+    }
+    return receive_response<Row>();
+}
+
+}  // namespace transmit

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "aes_ecb/aes_ecb.h"
+#include "client/connection.h"
+#include "client/error.h"
+#include "src/message/records.h"
+
+namespace transmit::detail {
+
+// The stream of DataResponse records that answers download_file_data, read in big pieces: as much
+// as the socket gives at once, with the data left where it was received.
+class DataStream {
+  public:
+    // `connection` must outlive the stream. `expected` bytes of file data are to come; it bounds
+    // the memory, not the stream.
+    DataStream(Connection& connection, bool encrypted, std::int64_t expected);
+
+    // The next pieces of the plain file, in order; they stay valid until the next call. No pieces:
+    // the stream has ended well. After an error of kind refused the connection is usable.
+    Result<std::span<const iovec>> next();
+
+  private:
+    enum class Step { done, starved };
+
+    Result<Step> take_header();
+    Result<Step> take_plain();
+    Result<Step> take_cipher();
+    Result<void> gather();
+    Result<void> refill();
+    Error broken(const char* text);
+
+    std::size_t buffered() const { return end_ - begin_; }
+
+    Connection& connection_;
+    bool encrypted_;
+    std::size_t capacity_;
+    std::unique_ptr<std::uint8_t[]> buffer_;
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    std::uint32_t frame_left_ = 0;  // bytes of the current tail that are still to be taken
+    std::vector<iovec> pieces_;
+    ByteArray plain_;
+    std::optional<std::uint16_t> final_status_;
+};
+
+}  // namespace transmit::detail

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "client/detail/file_descriptor.h"
+#include "client/error.h"
+#include "client/remote.h"
+
+namespace transmit::detail {
+
+// The file that an upload reads, and whether it is still the one that was announced.
+class SourceFile {
+  public:
+    static Result<SourceFile> open(const std::string& path);
+
+    const FileStamp& stamp() const { return stamp_; }
+    // `size` bytes from `offset` on; file_changed if the file ends before.
+    Result<void> read(void* data, std::size_t size, std::int64_t offset) const;
+    // file_changed if size or time, to the nanosecond, aren't those of the opening any more.
+    Result<void> unchanged() const;
+
+  private:
+    SourceFile(FileDescriptor descriptor, std::string path, const struct stat& status);
+
+    FileDescriptor descriptor_;
+    std::string path_;
+    FileStamp stamp_;
+    timespec modified_;
+};
+
+}  // namespace transmit::detail

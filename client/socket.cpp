@@ -1,0 +1,219 @@
+#include "client/socket.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <system_error>
+
+namespace transmit {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// The longest wait between two questions whether the caller still wants to wait.
+constexpr milliseconds slice{200};
+
+// One wait for the peer: bounded, and ended by the caller's wish.
+class Patience {
+  public:
+    Patience(const WaitLimits& limits, milliseconds limit) : limits_(limits), limit_(limit) {}
+
+    void renew() { start_ = Clock::now(); }
+
+    Result<void> still() const {
+        if (limits_.cancelled && limits_.cancelled()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
+        if (Clock::now() - start_ >= limit_) {
+            return Error{ErrorKind::time_limit, 0,
+                         "the server was silent for " + std::to_string(limit_.count()) + " ms"};
+        }
+        return {};
+    }
+
+  private:
+    const WaitLimits& limits_;
+    milliseconds limit_;
+    Clock::time_point start_ = Clock::now();
+};
+
+bool is_pause(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
+
+std::string reason(int error) { return std::generic_category().message(error); }
+
+Error lost(const std::string& why) {
+    return {ErrorKind::connection_lost, 0, "the connection broke: " + why};
+}
+
+// Gives the caller's wish a chance after a call that failed; an error if the wait is over.
+Result<void> after_failed_call(const Patience& patience) {
+    if (const int error = errno; !is_pause(error)) {
+        return lost(reason(error));
+    }
+    return patience.still();
+}
+
+using Addresses = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
+Result<Addresses> resolve(const Endpoint& endpoint) {
+    addrinfo wanted{};
+    wanted.ai_family = AF_INET;
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const std::string port = std::to_string(endpoint.port);
+    if (const int error = getaddrinfo(endpoint.host.c_str(), port.c_str(), &wanted, &found)) {
+        return Error{ErrorKind::no_connection, 0,
+                     "the name " + endpoint.host + " can't be resolved: " + gai_strerror(error)};
+    }
+    return Addresses(found, &freeaddrinfo);
+}
+
+Error unreachable(const Endpoint& endpoint, const std::string& why) {
+    return {ErrorKind::no_connection, 0,
+            "no connection to " + endpoint.host + ":" + std::to_string(endpoint.port) + ": " + why};
+}
+
+// The error of a connect under way: 0 when it is through, EINPROGRESS while it isn't.
+int connect_outcome(int descriptor) {
+    pollfd waiting{descriptor, POLLOUT, 0};
+    if (poll(&waiting, 1, static_cast<int>(slice.count())) <= 0) {
+        return EINPROGRESS;
+    }
+    int error = 0;
+    socklen_t length = sizeof error;
+    getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length);
+    return error;
+}
+
+Result<detail::FileDescriptor> connect_to(const addrinfo& address, const Endpoint& endpoint,
+                                          const WaitLimits& limits) {
+    detail::FileDescriptor descriptor(
+        socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
+    if (!descriptor.is_open()) {
+        return unreachable(endpoint, reason(errno));
+    }
+    int error = ::connect(descriptor.get(), address.ai_addr, address.ai_addrlen) ? errno : 0;
+    const Patience patience(limits, limits.connect);
+    while (error == EINPROGRESS) {
+        error = connect_outcome(descriptor.get());
+        const auto waiting = patience.still();
+        if (error == EINPROGRESS && !waiting) {
+            return waiting.error().kind == ErrorKind::cancelled
+                       ? waiting.error()
+                       : unreachable(endpoint, "no answer in time");
+        }
+    }
+    if (error != 0) {
+        return unreachable(endpoint, reason(error));
+    }
+    return descriptor;
+}
+
+// Blocking calls that return after a slice without movement, and no delay for small messages.
+void set_options(int descriptor) {
+    fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+    const timeval wait{0, std::chrono::microseconds(slice).count()};
+    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+std::span<iovec> without_first(std::span<iovec> parts, std::size_t count) {
+    while (!parts.empty() && count >= parts.front().iov_len) {
+        count -= parts.front().iov_len;
+        parts = parts.subspan(1);
+    }
+    if (!parts.empty()) {
+        parts.front().iov_base = static_cast<char*>(parts.front().iov_base) + count;
+        parts.front().iov_len -= count;
+    }
+    return parts;
+}
+
+}  // namespace
+
+Result<Socket> Socket::connect(const Endpoint& endpoint, WaitLimits limits) {
+    const auto addresses = resolve(endpoint);
+    if (!addresses) {
+        return addresses.error();
+    }
+    Error last = unreachable(endpoint, "it has no address");
+    for (const addrinfo* address = addresses->get(); address; address = address->ai_next) {
+        auto descriptor = connect_to(*address, endpoint, limits);
+        if (descriptor) {
+            set_options(descriptor->get());
+            return Socket(*std::move(descriptor), std::move(limits));
+        }
+        last = descriptor.error();
+        if (last.kind == ErrorKind::cancelled) {
+            break;
+        }
+    }
+    return last;
+}
+
+Result<void> Socket::send_all(std::span<iovec> parts) {
+    Patience patience(limits_, limits_.silence);
+    parts = without_first(parts, 0);
+    while (!parts.empty()) {
+        msghdr message{};
+        message.msg_iov = parts.data();
+        message.msg_iovlen = parts.size();
+        const ssize_t sent = sendmsg(descriptor_.get(), &message, MSG_NOSIGNAL);
+        if (sent >= 0) {
+            parts = without_first(parts, static_cast<std::size_t>(sent));
+            patience.renew();
+        } else if (auto waiting = after_failed_call(patience); !waiting) {
+            return waiting;
+        }
+    }
+    return {};
+}
+
+Result<void> Socket::receive_exactly(void* data, std::size_t size) {
+    Patience patience(limits_, limits_.silence);
+    auto* place = static_cast<char*>(data);
+    while (size > 0) {
+        const ssize_t received = recv(descriptor_.get(), place, size, MSG_WAITALL);
+        if (received == 0) {
+            return lost("the server closed it");
+        }
+        if (received > 0) {
+            place += received;
+            size -= static_cast<std::size_t>(received);
+            patience.renew();
+        } else if (auto waiting = after_failed_call(patience); !waiting) {
+            return waiting;
+        }
+    }
+    return {};
+}
+
+Result<std::size_t> Socket::receive_some(void* data, std::size_t size) {
+    const Patience patience(limits_, limits_.silence);
+    while (true) {
+        const ssize_t received = recv(descriptor_.get(), data, size, 0);
+        if (received >= 0) {
+            return static_cast<std::size_t>(received);
+        }
+        if (const auto waiting = after_failed_call(patience); !waiting) {
+            return waiting.error();
+        }
+    }
+}
+
+bool Socket::readable() const {
+    pollfd waiting{descriptor_.get(), POLLIN, 0};
+    return poll(&waiting, 1, 0) > 0;
+}
+
+}  // namespace transmit
