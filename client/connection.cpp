@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "src/message/status.h"
+
 namespace transmit {
 namespace {
 
@@ -16,13 +18,17 @@ bool fits(std::string_view text) {
     return text.size() <= std::numeric_limits<std::uint16_t>::max();
 }
 
-std::uint16_t wire_length(std::string_view text) { return static_cast<std::uint16_t>(text.size()); }
+std::uint16_t wire_length(std::string_view text) {
+    return static_cast<std::uint16_t>(text.size());
+}
 
 Error too_long() {
     return {ErrorKind::invalid_request, 0, "a path or text is longer than 65535 bytes"};
 }
 
-Error closed() { return {ErrorKind::connection_lost, 0, "the connection is closed"}; }
+Error closed() {
+    return {ErrorKind::connection_lost, 0, "the connection is closed"};
+}
 
 // What a test upload carries; the server doesn't look at it.
 std::string_view test_bytes(std::size_t size) {
@@ -153,7 +159,9 @@ Result<void> Connection::download_file_data(std::int64_t offset) {
     return send_request<message::DownloadFileData>(request);
 }
 
-Result<void> Connection::download_file_finish() { return order<message::DownloadFileFinish>({}); }
+Result<void> Connection::download_file_finish() {
+    return order<message::DownloadFileFinish>({});
+}
 
 Result<void> Connection::create_directory(const RemotePath& path) {
     return order<message::CreateDirectory>(addressed<message::PathRequest>(path), path.path);
@@ -229,7 +237,9 @@ Result<void> Connection::set_transmit_speed(std::uint32_t send_speed) {
     return order<message::SetTransmitSpeed>(request);
 }
 
-Result<void> Connection::cleanup_connection() { return order<message::CleanupConnection>({}); }
+Result<void> Connection::cleanup_connection() {
+    return order<message::CleanupConnection>({});
+}
 
 Result<void> Connection::test_upload_data(std::uint16_t size) {
     message::TestDataRequest request{};
@@ -249,7 +259,8 @@ Result<std::size_t> Connection::receive_some(void* data, std::size_t size) {
     }
     auto received = socket_.receive_some(data, size);
     if (received && *received == 0) {
-        received = Error{ErrorKind::connection_lost, 0, "the connection broke: the server closed it"};
+        received =
+            Error{ErrorKind::connection_lost, 0, "the connection broke: the server closed it"};
     }
     if (!received) {
         close();

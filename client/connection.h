@@ -37,8 +37,8 @@ struct PathContent {
 inline constexpr std::uint16_t longest_test = 65535;
 
 // One connection to a server, and its 18 requests. Each function sends one request and waits for
-// the response; a failing status is an error of kind refused and leaves the connection usable, every
-// other error closes it. Not for several threads at once.
+// the response; a failing status is an error of kind refused and leaves the connection usable,
+// every other error closes it. Not for several threads at once.
 class Connection {
   public:
     static Result<Connection> open(const Endpoint& endpoint, WaitLimits limits = {});
@@ -120,8 +120,8 @@ Result<void> Connection::send_request(typename Row::Request request, Tail... tai
     request.type = Row::type;
     message::to_network_order(request);
     std::array<iovec, 1 + Row::tail_count> parts{
-        iovec{&request, sizeof request},
-        iovec{const_cast<char*>(std::string_view(tails).data()), std::string_view(tails).size()}...};
+        iovec{&request, sizeof request}, iovec{const_cast<char*>(std::string_view(tails).data()),
+                                               std::string_view(tails).size()}...};
     return send_parts(parts);
 }
 

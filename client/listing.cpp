@@ -18,8 +18,7 @@ Error bad_document(const std::string& why) {
 // document. Nothing outside of it is loaded.
 class Elements {
   public:
-    explicit Elements(std::string_view document)
-        : reader_(open(document), &xmlFreeTextReader) {}
+    explicit Elements(std::string_view document) : reader_(open(document), &xmlFreeTextReader) {}
 
     // On to the next element: 1, 0 at the document's end, -1 if it is ill-formed.
     int next() {
@@ -51,7 +50,8 @@ class Elements {
             return nullptr;
         }
         return xmlReaderForMemory(document.data(), static_cast<int>(document.size()), nullptr,
-                                  nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+                                  nullptr,
+                                  XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     }
 
     static std::string_view text(const xmlChar* value) {

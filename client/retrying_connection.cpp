@@ -34,7 +34,8 @@ RetryingConnection::RetryingConnection(Endpoint endpoint, WaitLimits limits, Ret
       limits_(std::move(limits)),
       policy_(policy),
       notice_(std::move(notice)),
-      backoff_(policy.first_pause, policy.longest_pause, policy.time_limit) {}
+      backoff_(policy.first_pause, policy.longest_pause, policy.time_limit) {
+}
 
 Result<void> RetryingConnection::ensure_open() {
     if (connection_ && connection_->is_open()) {

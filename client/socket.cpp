@@ -45,9 +45,13 @@ class Patience {
     Clock::time_point start_ = Clock::now();
 };
 
-bool is_pause(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
+bool is_pause(int error) {
+    return error == EAGAIN || error == EWOULDBLOCK || error == EINTR;
+}
 
-std::string reason(int error) { return std::generic_category().message(error); }
+std::string reason(int error) {
+    return std::generic_category().message(error);
+}
 
 Error lost(const std::string& why) {
     return {ErrorKind::connection_lost, 0, "the connection broke: " + why};

@@ -14,7 +14,8 @@ StatusText status_text(std::uint16_t status) {
         case status_invalid_storage_id:
             return {"the server has no storage of this id", "\"transmit storages\" lists the ids."};
         case status_invalid_connection_data:
-            return {"the server runs no transfer of this kind on the connection", "Start it again."};
+            return {"the server runs no transfer of this kind on the connection",
+                    "Start it again."};
         case status_acquire_event_failed:
             return {"the server has no room for another transfer", "Try again later."};
         case status_path_stat_failed:
@@ -80,8 +81,9 @@ Error refusal(std::uint16_t status) {
 
 bool is_temporary(const Error& error) {
     return error.kind == ErrorKind::connection_lost || error.kind == ErrorKind::file_changed ||
-           (error.kind == ErrorKind::refused && (error.status == message::status_file_in_use ||
-                                                 error.status == message::status_acquire_event_failed));
+           (error.kind == ErrorKind::refused &&
+            (error.status == message::status_file_in_use ||
+             error.status == message::status_acquire_event_failed));
 }
 
 }  // namespace transmit

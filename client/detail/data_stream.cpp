@@ -26,7 +26,8 @@ DataStream::DataStream(Connection& connection, bool encrypted, std::int64_t expe
     : connection_(connection),
       encrypted_(encrypted),
       capacity_(static_cast<std::size_t>(std::clamp(expected, smallest_buffer, largest_buffer))),
-      buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(capacity_)) {}
+      buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(capacity_)) {
+}
 
 Result<std::span<const iovec>> DataStream::next() {
     pieces_.clear();

@@ -84,7 +84,8 @@ PartFile::PartFile(FileDescriptor descriptor, std::string target)
     : descriptor_(std::move(descriptor)),
       target_(std::move(target)),
       part_(target_ + ".part"),
-      info_(target_ + ".part.info") {}
+      info_(target_ + ".part.info") {
+}
 
 // The part is emptied before its memory changes: at no moment do bytes of one version stand beside
 // the memory of another.

@@ -32,7 +32,8 @@ SourceFile::SourceFile(FileDescriptor descriptor, std::string path, const struct
     : descriptor_(std::move(descriptor)),
       path_(std::move(path)),
       stamp_{status.st_size, status.st_mtim.tv_sec},
-      modified_(status.st_mtim) {}
+      modified_(status.st_mtim) {
+}
 
 Result<void> SourceFile::read(void* data, std::size_t size, std::int64_t offset) const {
     auto* place = static_cast<char*>(data);
