@@ -11,6 +11,7 @@
 #include "kestin_base/uncopy.h"
 #include "kestin_net/tcp_manager.h"
 #include "kestin_net/tcp_service_base.h"
+#include "src/norvane_transmit_service/settings.h"
 #include "src/norvane_transmit_service/storage.h"
 #include "src/shared/node_record.h"
 #include "src/shared/transmit_statistics.h"
@@ -48,51 +49,68 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     bool add_upload_file(const std::string& pathname);
     void remove_upload_file(const std::string& pathname);
 
+    bool is_storage_valid(std::uint32_t storage_id) const;
     // The absolute path that a request of `user_id` (0: no user) for `path` works on, always inside
     // the storage; empty for an unknown storage. `lower`: the path is about to be created, and the
     // configuration may want created names in lower case.
     std::string make_transmit_path(std::uint32_t storage_id, std::uint32_t user_id,
                                    const char* path, bool lower) const;
-    // The folder that an empty path of such a request names.
-    bool is_storage_valid(std::uint32_t storage_id) const;
-    const std::string& get_temp_file_suffix() const { return transmit_temp_file_suffix_; }
+    const std::string& get_temp_file_suffix() const { return settings_.transmit_temp_file_suffix; }
 
     // The list of shown storages as an XML document. On false `document` is empty.
     bool make_storage_information(std::string& document) const;
+
+    // The figures of all bound nodes, oldest first, and their totals: a snapshot, which the first
+    // of the two takes anew when a node came or went or when the configured interval has passed.
+    void get_transmit_info(std::list<NodeRecord>& records);
+    void get_transmit_statistics(TransmitStatistics& statistics);
 
   private:
     NorvaneTransmitService();
     ~NorvaneTransmitService() override;
 
+    bool start();
     bool parse_configuration();
-    bool parse_settings(const std::string& filename, std::string& storage_configuration);
-    bool parse_storages(const std::string& filename);
-    bool parse_storage(const std::string& item, Storage& storage) const;
     void forget_configuration();
     void format_pathname(const std::string& in, std::string& out, bool lower) const;
 
+    static NorvaneTransmitNode* find_node(const Kestin::Net::TcpConnectionBase* connection);
     void release_all_nodes();
     void clear_upload_files();
 
+    // The command port. Each answer goes out whole; false: it couldn't be sent.
+    bool recv_http_data(Kestin::Net::TcpConnectionBase* connection, bool stop_on_handler_failure);
+    bool serve_http_requests(Kestin::Net::TcpConnectionBase& connection, const std::string& bytes,
+                             bool stop_on_handler_failure);
+    bool handle_http(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
+    bool answer_command(Kestin::Net::TcpConnectionBase* connection, const std::string& text);
+    bool answer_file(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
+    static bool send_status_page(Kestin::Net::TcpConnectionBase* connection,
+                                 const std::string& status);
+    static bool send_http_data(Kestin::Net::TcpConnectionBase* connection, const void* data,
+                               std::uint64_t size, const std::string& status,
+                               const std::string& content_type);
+    void fill_mime_types();
+    std::string mime_type(const std::string& path) const;
+
+    bool is_transmit_info_due() const KESTIN_REQUIRES(node_locker_);
+    void refresh_transmit_info() KESTIN_REQUIRES(node_locker_);
+
     std::atomic<bool> running_ = false;
-    bool use_user_id_ = false;
-    bool group_by_user_id_ = false;
-    bool pathname_use_lower_ = false;
-    std::string transmit_temp_file_suffix_ = ".tcp";
-    std::uint64_t transmit_info_update_interval_ = 3;  // seconds, 1 to 5
     std::string root_directory_;
-    std::string host_;
-    std::uint16_t transmit_port_ = 0;
-    std::uint16_t command_port_ = 0;
+    Settings settings_;
     StorageTable storages_;
+    std::map<std::string, std::string> mime_types_;  // by extension, with its dot, in lower case
     Kestin::Net::TcpManager tcp_manager_;
 
-    // The set of nodes may have changed since the last snapshot. A late update costs one interval
-    // of stale figures.
+    // The set of nodes may have changed since the last snapshot.
     std::atomic<bool> transmit_info_dirty_ = false;
 
     Kestin::Base::WindowsThreadLocker node_locker_{nullptr};
     std::list<NorvaneTransmitNode*> node_list_ KESTIN_GUARDED_BY(node_locker_);
+    std::list<NodeRecord> transmit_info_list_ KESTIN_GUARDED_BY(node_locker_);
+    TransmitStatistics transmit_statistics_ KESTIN_GUARDED_BY(node_locker_);
+    std::uint64_t transmit_info_update_time_ KESTIN_GUARDED_BY(node_locker_) = 0;
 
     Kestin::Base::WindowsThreadLocker upload_file_locker_{nullptr};
     std::set<std::string> upload_file_set_ KESTIN_GUARDED_BY(upload_file_locker_);

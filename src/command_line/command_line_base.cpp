@@ -1,0 +1,62 @@
+#include "src/command_line/command_line_base.h"
+
+#include "kestin_base/strings.h"
+#include "src/command_line/http_status.h"
+
+std::string error_document(const std::string& text) {
+    return R"({"error":")" + text + R"("})";
+}
+
+bool split_block(const std::string& block, std::string& name, std::string& value) {
+    const auto equals = block.find('=');
+    name = block.substr(0, equals);
+    value = equals == block.npos ? "" : block.substr(equals + 1);
+    Kestin::Base::kestin_string_trim(name, Kestin::Base::blank_characters);
+    Kestin::Base::kestin_string_trim(value, Kestin::Base::blank_characters);
+    return !name.empty();
+}
+
+CommandLineBase::CommandLineBase() : status_(http_status::precondition_failed) {
+}
+
+bool CommandLineBase::parse_block(const std::string& block) {
+    std::string name;
+    std::string value;
+    if (!split_block(block, name, value)) {
+        set_error("invalid command block: (" + block + ")");
+        return false;
+    }
+    const auto option = options_.find(name);
+    if (option == options_.end()) {
+        set_error("invalid command option: (" + name + ")");
+        return false;
+    }
+    option->second.value = value;
+    return true;
+}
+
+void CommandLineBase::set_error(const std::string& text) {
+    result_ = error_document(text);
+}
+
+void CommandLineBase::set_result(const std::string& document, const std::string& status) {
+    result_ = document;
+    status_ = status;
+}
+
+bool CommandLineBase::add_option(const std::string& name) {
+    return options_.try_emplace(name, CommandLineOption{name, ""}).second;
+}
+
+const CommandLineOption* CommandLineBase::get_option(const std::string& name) const {
+    const auto option = options_.find(name);
+    return option == options_.end() ? nullptr : &option->second;
+}
+
+void CommandLineBase::reset() {
+    for (auto& [name, option] : options_) {
+        option.value.clear();
+    }
+    result_.clear();
+    status_ = http_status::precondition_failed;
+}

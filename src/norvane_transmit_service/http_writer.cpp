@@ -1,0 +1,36 @@
+#include "kestin_base/log.h"
+#include "src/norvane_transmit_service/norvane_transmit_service.h"
+#include "src/shared/log_place.h"
+
+// Head and body in one piece: an answer has no continuation in on_send.
+bool NorvaneTransmitService::send_http_data(Kestin::Net::TcpConnectionBase* connection,
+                                            const void* data, std::uint64_t size,
+                                            const std::string& status,
+                                            const std::string& content_type) {
+    if (connection == nullptr) {
+        kestin_run_log(KESTIN_LOG_DEBUG, LOG_PLACE, "connection is nullptr");
+        return false;
+    }
+    std::string answer = "HTTP/1.1 " + status +
+                         "\r\n"
+                         "Access-Control-Allow-Origin: *\r\n"
+                         "Connection: close\r\n"
+                         "Content-Type: " +
+                         content_type +
+                         "\r\n"
+                         "Content-Length: " +
+                         std::to_string(size) + "\r\n\r\n";
+    answer.append(static_cast<const char*>(data), size);
+    if (!connection->send_buffer_fill_len(answer.data(), answer.size())) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "send_buffer_fill_len failed");
+        return false;
+    }
+    return true;
+}
+
+bool NorvaneTransmitService::send_status_page(Kestin::Net::TcpConnectionBase* connection,
+                                              const std::string& status) {
+    const std::string page = "<html><head><title>" + status + "</title></head><body><h1>" + status +
+                             "</h1></body></html>";
+    return send_http_data(connection, page.data(), page.size(), status, "text/html");
+}

@@ -1,0 +1,134 @@
+#include "src/norvane_transmit_service/norvane_transmit_service.h"
+
+#include <array>
+
+#include "kestin_base/log.h"
+#include "src/norvane_transmit_node/norvane_transmit_node.h"
+#include "src/shared/log_place.h"
+
+namespace {
+
+// Connections stay open however long they are silent: a node belongs to its client until that
+// leaves.
+constexpr std::uint64_t idle_seconds = 0;
+// Callbacks wait for disks, so that more of them run than there are processors.
+constexpr std::uint64_t thread_count = 10;
+
+}  // namespace
+
+NorvaneTransmitService& NorvaneTransmitService::instance() {
+    static NorvaneTransmitService service;
+    return service;
+}
+
+NorvaneTransmitService::NorvaneTransmitService() {
+    tcp_manager_.set_service(this);
+    fill_mime_types();
+}
+
+NorvaneTransmitService::~NorvaneTransmitService() {
+    exit();
+}
+
+bool NorvaneTransmitService::init(const std::string& root) {
+    exit();
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init begin");
+    running_ = true;
+    root_directory_ = root;
+    if (!start()) {
+        exit();
+        return false;
+    }
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init success");
+    return true;
+}
+
+bool NorvaneTransmitService::start() {
+    if (!parse_configuration()) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
+                       "tcp transmit service init failure: parse configuration failure");
+        return false;
+    }
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service transmit listen on (%s:%d)",
+                     settings_.host.c_str(), settings_.transmit_port);
+    const std::array<std::uint16_t, 2> ports{settings_.transmit_port, settings_.command_port};
+    if (!tcp_manager_.init(idle_seconds, thread_count, ports.data(), ports.size())) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
+                       "tcp transmit service init failure: start tcp manager (%d, %d) failure",
+                       settings_.transmit_port, settings_.command_port);
+        return false;
+    }
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service command listen on (%d)",
+                     settings_.command_port);
+    return true;
+}
+
+void NorvaneTransmitService::exit() {
+    if (!running_) {
+        return;
+    }
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service exit begin");
+    // From here on every callback refuses, so that none touches what is taken away below.
+    running_ = false;
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp manager exit begin");
+    tcp_manager_.exit();
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp manager exit end");
+    forget_configuration();
+    release_all_nodes();
+    clear_upload_files();
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service exit end");
+}
+
+bool NorvaneTransmitService::on_connect(Kestin::Net::TcpConnectionBase* /*connection*/,
+                                        bool /*connected*/) {
+    return true;
+}
+
+bool NorvaneTransmitService::on_accept(Kestin::Net::TcpConnectionBase* connection,
+                                       std::uint16_t port) {
+    if (!running_ || connection == nullptr) {
+        return false;
+    }
+    if (port != settings_.transmit_port) {
+        return true;
+    }
+    NorvaneTransmitNode* node = NorvaneTransmitNode::acquire_transmit_node();
+    if (node == nullptr) {
+        kestin_run_log(KESTIN_LOG_CRITICAL, LOG_PLACE, "acquire tcp transmit node failure");
+        return false;
+    }
+    if (!node->recv_connect_response(connection)) {
+        return false;
+    }
+    transmit_info_dirty_ = true;
+    return true;
+}
+
+bool NorvaneTransmitService::on_recv(Kestin::Net::TcpConnectionBase* connection) {
+    if (!running_) {
+        return false;
+    }
+    NorvaneTransmitNode* node = find_node(connection);
+    return node != nullptr ? node->on_recv_data(connection) : recv_http_data(connection, false);
+}
+
+bool NorvaneTransmitService::on_send(Kestin::Net::TcpConnectionBase* connection) {
+    if (!running_) {
+        return false;
+    }
+    // Without a node there is nothing to continue: HTTP answers are written whole.
+    NorvaneTransmitNode* node = find_node(connection);
+    return node == nullptr || node->on_send_data(connection);
+}
+
+bool NorvaneTransmitService::on_close(Kestin::Net::TcpConnectionBase* connection) {
+    if (!running_) {
+        return false;
+    }
+    NorvaneTransmitNode* node = find_node(connection);
+    if (node == nullptr || !node->recv_disconnect_response(connection)) {
+        return false;
+    }
+    transmit_info_dirty_ = true;
+    return true;
+}
