@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <limits>
 
 namespace Kestin::Base {
 namespace {
@@ -16,6 +18,11 @@ constexpr int harmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 bool is_regular(int descriptor) {
     struct stat facts {};
     return ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+// How many bytes a file can hold behind the position; the system refuses to be asked for more.
+std::uint64_t room_behind(std::int64_t position) {
+    return static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - position);
 }
 
 }  // namespace
@@ -47,7 +54,8 @@ bool File::is_eof() const {
 bool File::read(char* buffer, std::uint64_t size, std::uint64_t& got) {
     got = 0;
     while (got < size) {
-        const ssize_t count = ::pread(descriptor_, buffer + got, size - got, position_);
+        const ssize_t count = ::pread(descriptor_, buffer + got,
+                                      std::min(size - got, room_behind(position_)), position_);
         if (count == 0) {
             at_end_ = true;
             return true;
