@@ -1,0 +1,102 @@
+#include "src/norvane_session/norvane_session.h"
+
+#include <bit>
+#include <string>
+
+#include "kestin_base/clock.h"
+#include "kestin_base/log.h"
+#include "src/shared/log_place.h"
+
+using Kestin::Net::TcpConnectionBase;
+
+namespace {
+
+// A window lasts one second to the microsecond, its end included; a clock that went back ends it
+// too.
+bool has_left_window(const timeval& start, const timeval& now) {
+    if (now.tv_sec == start.tv_sec + 1) {
+        return now.tv_usec > start.tv_usec;
+    }
+    return now.tv_sec != start.tv_sec;
+}
+
+struct Peer {
+    std::string address;
+    std::uint16_t port = 0;
+};
+
+Peer peer_of(TcpConnectionBase& connection) {
+    Peer peer;
+    connection.get_peer_address(peer.address, peer.port);
+    return peer;
+}
+
+}  // namespace
+
+bool INorvaneSession::recv_connect_response(TcpConnectionBase* connection) {
+    if (connection == nullptr) {
+        return false;
+    }
+    if (is_bound()) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv unexpected connect response",
+                       session_id());
+        return false;
+    }
+    const Peer peer = peer_of(*connection);
+    connection->set_user_data(this);
+    connection_ = connection;
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] recv connect response", session_id());
+    return on_recv_connect_response(connection, peer.address.c_str(), peer.port);
+}
+
+bool INorvaneSession::recv_disconnect_response(TcpConnectionBase* connection) {
+    if (connection == nullptr) {
+        return false;
+    }
+    if (connection == connection_) {
+        unbind();
+    }
+    const Peer peer = peer_of(*connection);
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] recv disconnect response", session_id());
+    return on_recv_disconnect_response(connection, peer.address.c_str(), peer.port);
+}
+
+INorvaneSession* INorvaneSession::of(const TcpConnectionBase& connection) {
+    return static_cast<INorvaneSession*>(connection.get_user_data());
+}
+
+bool INorvaneSession::send_message(TcpConnectionBase* connection, const void* header,
+                                   std::uint32_t header_length, const void* tail,
+                                   std::uint32_t tail_length) {
+    const bool sent = (header_length == 0 || send_data(connection, header, header_length)) &&
+                      (tail_length == 0 || send_data(connection, tail, tail_length));
+    if (!sent) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] send data failed", session_id());
+        return false;
+    }
+    const timeval now = Kestin::Base::kestin_gettimeofday();
+    if (has_left_window(send_window_start_, now)) {
+        send_window_start_ = now;
+        send_window_bytes_ = 0;
+    }
+    send_window_bytes_ += header_length + tail_length;
+    return true;
+}
+
+bool INorvaneSession::send_data(TcpConnectionBase* connection, const void* data,
+                                std::uint32_t length) {
+    return connection != nullptr && connection->send_buffer_fill_len(data, length);
+}
+
+std::uint64_t INorvaneSession::session_id() const {
+    return std::bit_cast<std::uint64_t>(this);
+}
+
+bool INorvaneSession::set_send_limit(std::uint32_t limit) {
+    send_window_limit_ = limit;
+    return true;
+}
+
+bool INorvaneSession::is_send_limit_reached() const {
+    return send_window_bytes_ >= send_window_limit_;
+}

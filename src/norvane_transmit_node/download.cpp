@@ -1,0 +1,168 @@
+#include "kestin_base/file_system.h"
+#include "src/norvane_transmit_node/event_lookup.h"
+#include "src/norvane_transmit_node/file_steps.h"
+#include "src/norvane_transmit_node/framing.h"
+#include "src/norvane_transmit_node/payload_buffers.h"
+#include "src/norvane_transmit_service/norvane_transmit_service.h"
+
+using Kestin::Base::file_get_size;
+using Kestin::Base::file_get_time;
+using Kestin::Base::kestin_access_safe;
+using Kestin::Base::kestin_path_is_directory;
+
+namespace {
+
+// Chunks of one batch at most, so that one callback doesn't run for the length of a file.
+constexpr int chunks_per_batch = 500;
+
+}  // namespace
+
+// The file isn't opened yet, and a transfer that runs on this node ends only with success.
+message::Status NorvaneTransmitNode::do_handle_download_file_prepare_request(
+    const message::DownloadFilePrepareRequest& request, const std::string& path,
+    message::DownloadFilePrepareResponse& response) {
+    if (!find_storage(request.storage_id)) {
+        return message::status_invalid_storage_id;
+    }
+    const std::string file_path = NorvaneTransmitService::instance().make_transmit_path(
+        request.storage_id, request.user_id, path.c_str(), false);
+    const char* name = file_path.c_str();
+    if (file_path.size() > longest_transfer_path || !kestin_access_safe(name)) {
+        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] can not access file (%s)",
+                       session_id(), name);
+        return message::status_access_failed;
+    }
+    bool is_directory = false;
+    if (!kestin_path_is_directory(name, is_directory)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path stat failed (%s)", session_id(),
+                       name);
+        return message::status_path_stat_failed;
+    }
+    if (is_directory) {
+        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
+                       session_id(), name);
+        return message::status_path_is_directory;
+    }
+    std::int64_t size = 0;
+    std::int64_t time = 0;
+    if (!file_get_size(name, size) || !file_get_time(name, time)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] get file info failed (%s)",
+                       session_id(), name);
+        return message::status_path_stat_failed;
+    }
+    DownloadFileTcpEvent::Pointer event = DownloadFileTcpEvent::acquire();
+    if (event == nullptr) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
+                       "[%I64u] acquire new download event failed (%s)", session_id(),
+                       DownloadFileTcpEvent::name);
+        return message::status_acquire_event_failed;
+    }
+    event->set_file(request.encrypted != 0, file_path, size);
+    set_connection_transmit_event(event.release());
+    response.file_size = size;
+    response.file_time = time;
+    return message::status_ok;
+}
+
+message::Status NorvaneTransmitNode::do_handle_download_file_data_request(
+    const message::DownloadFileDataRequest& request) {
+    auto* event = find_event<DownloadFileTcpEvent>();
+    if (event == nullptr) {
+        return message::status_invalid_connection_data;
+    }
+    const char* path = event->path().c_str();
+    if (!event->open()) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to read failed (%s)",
+                       session_id(), path);
+        return message::status_open_read_failed;
+    }
+    if (!event->seek(request.offset)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] offset file failed (%s : %I64d)",
+                       session_id(), path, request.offset);
+        return message::status_seek_failed;
+    }
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] download file begin (%s)", session_id(),
+                     path);
+    download_active_ = true;
+    return message::status_ok;
+}
+
+// The pump: one bounded batch into the send buffer, the next when the connection can take it.
+bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
+                                                  DownloadFileTcpEvent* event) {
+    if (event == nullptr) {
+        return false;
+    }
+    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
+    std::int64_t written = 0;
+    for (int chunk = 0; chunk < chunks_per_batch; ++chunk) {
+        if (event->close_at_end()) {
+            download_active_ = false;
+            return send_download_data_response(connection, message::status_ok, {});
+        }
+        std::uint32_t length = 0;
+        if (!event->read(buffers.chunk.data(), PayloadBuffers::chunk_size, length)) {
+            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] read file failed (%s)",
+                           session_id(), event->path().c_str());
+            return end_download(connection, message::status_read_failed);
+        }
+        if (length != 0) {
+            std::string_view payload(buffers.chunk.data(), length);
+            if (event->encrypted() && !encipher(payload, buffers.ciphered)) {
+                kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] encrypt data failed (%s)",
+                               session_id(), event->path().c_str());
+                return end_download(connection, message::status_encrypt_failed);
+            }
+            if (!send_download_data_response(connection, message::status_ok, payload)) {
+                return false;
+            }
+            written += static_cast<std::int64_t>(payload.size() + sizeof(message::DataResponse));
+            rate_window_.count_out(length + sizeof(message::DataResponse));
+            event->update_node_record(written, node_record_);
+        }
+        // At least one chunk goes out before the limit is looked at.
+        if (is_send_limit_reached()) {
+            break;
+        }
+    }
+    return true;
+}
+
+// Turns `payload` into its cipher text, which lies in `ciphered` from here on.
+bool NorvaneTransmitNode::encipher(std::string_view& payload, ByteArray& ciphered) const {
+    if (!aes_ecb_encrypt_data(payload_key_.data(), payload_key_.size(),
+                              reinterpret_cast<const std::uint8_t*>(payload.data()), payload.size(),
+                              ciphered)) {
+        return false;
+    }
+    payload = {reinterpret_cast<const char*>(ciphered.data()), ciphered.size()};
+    return true;
+}
+
+bool NorvaneTransmitNode::send_download_data_response(Connection* connection,
+                                                      message::Status status,
+                                                      std::string_view data) {
+    message::DataResponse response{};
+    response.type = message::DownloadFileData::response_type;
+    response.status = status;
+    return send_response(connection, response, data);
+}
+
+// A stream that failed, or couldn't begin, ends with its status; so does whatever transfer there
+// is.
+bool NorvaneTransmitNode::end_download(Connection* connection, message::Status status) {
+    set_connection_transmit_event(nullptr);
+    return send_download_data_response(connection, status, {});
+}
+
+// Doesn't wait for the end of the file: this is how a client stops a running stream.
+message::Status NorvaneTransmitNode::do_handle_download_file_finish_request() {
+    auto* event = find_event<DownloadFileTcpEvent>();
+    if (event == nullptr) {
+        return message::status_invalid_connection_data;
+    }
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] download file end (%s)", session_id(),
+                     event->path().c_str());
+    set_connection_transmit_event(nullptr);
+    return message::status_ok;
+}

@@ -1,0 +1,79 @@
+#include "kestin_base/file_system.h"
+#include "kestin_base/record.h"
+#include "src/norvane_transmit_node/norvane_transmit_node.h"
+#include "src/norvane_transmit_service/norvane_transmit_service.h"
+#include "src/shared/log_place.h"
+
+using namespace Kestin::Base;  // NOLINT(google-build-using-namespace): this file is all file system
+
+bool NorvaneTransmitNode::find_storage(std::uint32_t storage_id) {
+    if (!NorvaneTransmitService::instance().is_storage_valid(storage_id)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] invalid storage id: %u", session_id(),
+                       storage_id);
+        return false;
+    }
+    return true;
+}
+
+bool NorvaneTransmitNode::remove_file(KESTIN_LOG_LEVEL level, const std::string& path) {
+    if (!kestin_chmod_safe(path.c_str())) {
+        kestin_run_log(level, LOG_PLACE, "[%I64u] chmod file failed (%s)", session_id(),
+                       path.c_str());
+    }
+    if (!kestin_unlink_safe(path.c_str())) {
+        kestin_run_log(level, LOG_PLACE, "[%I64u] unlink file failed (%s)", session_id(),
+                       path.c_str());
+        return false;
+    }
+    return true;
+}
+
+// A target that couldn't be removed stops nothing: the rename decides. A time that can't be set
+// doesn't undo a file that is in place.
+bool NorvaneTransmitNode::put_in_place(const std::string& temp_path, const std::string& target_path,
+                                       std::int64_t time) {
+    if (kestin_access_safe(target_path.c_str())) {
+        remove_file(KESTIN_LOG_ERROR, target_path);
+    }
+    if (!kestin_rename_safe(temp_path.c_str(), target_path.c_str())) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] rename file failed (%s) -> (%s)",
+                       session_id(), temp_path.c_str(), target_path.c_str());
+        return false;
+    }
+    set_time(target_path, time);
+    return true;
+}
+
+bool NorvaneTransmitNode::set_time(const std::string& path, std::int64_t time) {
+    if (!file_set_time(path.c_str(), time)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] set file time failed (%s)",
+                       session_id(), path.c_str());
+        return false;
+    }
+    return true;
+}
+
+void NorvaneTransmitNode::log_upload_end(const std::string& target_path) {
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] upload file end (%s)", session_id(),
+                     target_path.c_str());
+}
+
+bool is_directory(const std::string& path) {
+    bool is_directory = false;
+    return kestin_path_is_directory(path.c_str(), is_directory) && is_directory;
+}
+
+FileFacts look_at_file(const std::string& path) {
+    FileFacts facts;
+    facts.exists = kestin_access_safe(path.c_str());
+    if (facts.exists) {
+        file_get_size(path.c_str(), facts.size);
+        file_get_time(path.c_str(), facts.time);
+    }
+    return facts;
+}
+
+void record_upload(const std::string& target_path, std::int64_t size) {
+    kestin_record(Record::instance(), true, "remote upload file (%s) success, size is %I64d",
+                  target_path.c_str(), size);
+}

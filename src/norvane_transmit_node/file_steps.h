@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+#include "src/norvane_transmit_node/upload_plan.h"
+
+// Steps of several requests that need nothing of the node.
+
+bool is_directory(const std::string& path);
+
+// What stands at a path; size and time are 0 where they can't be told.
+FileFacts look_at_file(const std::string& path);
+
+// The record file's line for an upload that is in place.
+void record_upload(const std::string& target_path, std::int64_t size);

@@ -1,0 +1,175 @@
+#pragma once
+
+#include <boost/thread/mutex.hpp>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "aes_ecb/aes_ecb.h"
+#include "kestin_base/log.h"
+#include "src/message/catalogue.h"
+#include "src/message/payload_key.h"
+#include "src/message/status.h"
+#include "src/norvane_session/norvane_session.h"
+#include "src/norvane_transmit_node/rate_window.h"
+#include "src/norvane_transmit_node/upload_plan.h"
+#include "src/shared/live_node_record.h"
+#include "src/shared/node_record.h"
+#include "src/shared/object_pool.h"
+#include "src/tcp_event/download_file_tcp_event.h"
+#include "src/tcp_event/tcp_event_base.h"
+#include "src/tcp_event/upload_file_tcp_event.h"
+
+// The server's side of one connection of the transmit port: takes requests out of the receive
+// buffer, serves and answers them, and owns the transfer that may run. Nodes come from a pool and
+// go back there; they are never destroyed while the process runs.
+//
+// All of it runs in the callbacks of the node's connection, one at a time, but for get_node_record,
+// which any thread may call while the node is listed by the service.
+class NorvaneTransmitNode : public INorvaneSession {
+  public:
+    // A node that is as new, but for its send window and its speed limit; null if none can be made.
+    static NorvaneTransmitNode* acquire_transmit_node();
+    static void release_transmit_node(NorvaneTransmitNode* node);
+
+    NorvaneTransmitNode();
+    ~NorvaneTransmitNode() override;
+
+    bool on_recv_connect_response(Kestin::Net::TcpConnectionBase* connection,
+                                  const char* peer_address, std::uint16_t peer_port) override;
+    bool on_recv_disconnect_response(Kestin::Net::TcpConnectionBase* connection,
+                                     const char* peer_address, std::uint16_t peer_port) override;
+    // False ends the connection: an unknown message type, or a fault of a buffer.
+    bool on_recv_data(Kestin::Net::TcpConnectionBase* connection) override;
+    bool on_send_data(Kestin::Net::TcpConnectionBase* connection) override;
+
+    // Installs a transfer, or ends the present one with null. Owns `event` from here on.
+    void set_connection_transmit_event(TcpEventBase* event);
+
+    // The figures as of now; `out`.
+    NodeRecord& get_node_record(NodeRecord& out);
+
+  private:
+    using Connection = Kestin::Net::TcpConnectionBase;
+    using Handler = bool (NorvaneTransmitNode::*)(Connection*);
+    struct Dispatch;
+    struct FinishedUpload;
+    enum class Taken { incomplete, whole, failed };
+
+    // The node itself: norvane_transmit_node.cpp.
+    void reset_transmit_node();
+    void reset_transfer();
+    void release_event();
+    void return_to_pool();
+    void turn_rate_window();
+
+    // How every request leaves the receive buffer and is answered: framing.h.
+    bool copy_received(Connection& connection, void* destination, std::uint64_t length);
+    bool move_received(Connection& connection, void* destination, std::uint64_t length);
+    bool drop_received(Connection& connection, std::uint64_t length);
+    template <typename Row, typename Tails>
+    Taken take(Connection& connection, typename Row::Request& request, Tails& tails);
+    template <typename Row>
+    Taken take_record(Connection& connection, typename Row::Request& request);
+    template <typename Row, typename Tails>
+    Taken take_record_and_tails(Connection& connection, typename Row::Request& request,
+                                Tails& tails);
+    template <typename Row>
+    bool serve(Connection* connection, auto work);
+    template <typename Response>
+    bool send_response(Connection* connection, Response response, std::string_view tail = {});
+
+    // Steps of several requests: file_steps.cpp. Each logs its failures; the level is that of a
+    // failure.
+    bool find_storage(std::uint32_t storage_id);
+    template <typename Event>
+    Event* find_event();
+    bool remove_file(KESTIN_LOG_LEVEL level, const std::string& path);
+    bool put_in_place(const std::string& temp_path, const std::string& target_path,
+                      std::int64_t time);
+    bool set_time(const std::string& path, std::int64_t time);
+    void log_upload_end(const std::string& target_path);
+
+    // One pair a request. A handle_ member takes the request out of the buffer, has the work done
+    // and answers; its false ends the connection. A do_handle_ member does the work, fills in what
+    // the response holds beside its status, and gives the status.
+    bool handle_upload_file_prepare_request(Connection* connection);
+    bool handle_upload_file_data_request(Connection* connection);
+    bool handle_upload_file_finish_request(Connection* connection);
+    bool handle_download_file_prepare_request(Connection* connection);
+    bool handle_download_file_data_request(Connection* connection);
+    bool handle_download_file_finish_request(Connection* connection);
+    bool handle_create_directory_request(Connection* connection);
+    bool handle_delete_path_request(Connection* connection);
+    bool handle_rename_path_request(Connection* connection);
+    bool handle_set_user_information_request(Connection* connection);
+    bool handle_get_storage_information_request(Connection* connection);
+    bool handle_get_norvane_node_count_request(Connection* connection);
+    bool handle_set_transmit_speed_request(Connection* connection);
+    bool handle_check_storage_id_request(Connection* connection);
+    bool handle_get_path_content_request(Connection* connection);
+    bool handle_test_upload_data_request(Connection* connection);
+    bool handle_test_download_data_request(Connection* connection);
+    bool handle_cleanup_connection_request(Connection* connection);
+
+    message::Status do_handle_upload_file_prepare_request(
+        const message::UploadFilePrepareRequest& request, const std::string& path,
+        message::UploadFilePrepareResponse& response);
+    message::Status do_handle_upload_file_data_request(ByteArray& data);
+    message::Status do_handle_upload_file_finish_request();
+    message::Status do_handle_download_file_prepare_request(
+        const message::DownloadFilePrepareRequest& request, const std::string& path,
+        message::DownloadFilePrepareResponse& response);
+    message::Status do_handle_download_file_data_request(
+        const message::DownloadFileDataRequest& request);
+    message::Status do_handle_download_file_finish_request();
+    message::Status do_handle_create_directory_request(const message::PathRequest& request,
+                                                       const std::string& path);
+    message::Status do_handle_delete_path_request(const message::PathRequest& request,
+                                                  const std::string& path);
+    message::Status do_handle_rename_path_request(const message::RenamePathRequest& request,
+                                                  const std::string& old_path,
+                                                  const std::string& new_path);
+    message::Status do_handle_set_user_information_request(
+        const message::SetUserInformationRequest& request, const std::string& text);
+    message::Status do_handle_get_storage_information_request(std::string& document);
+    message::Status do_handle_get_norvane_node_count_request(message::NodeCountResponse& response);
+    message::Status do_handle_set_transmit_speed_request(
+        const message::SetTransmitSpeedRequest& request);
+    message::Status do_handle_check_storage_id_request(
+        const message::CheckStorageIdRequest& request);
+    message::Status do_handle_get_path_content_request(const message::PathRequest& request,
+                                                       const std::string& path,
+                                                       std::string& document);
+    message::Status do_handle_test_upload_data_request(const message::TestDataRequest& request);
+    message::Status do_handle_test_download_data_request(const message::TestDataRequest& request,
+                                                         std::string& data);
+    message::Status do_handle_cleanup_connection_request();
+
+    // The conversations' own steps, each beside its handlers.
+    message::Status finish_temporary_file(const std::string& target_path,
+                                          const std::string& temp_path, const FileFacts& temporary);
+    message::Status begin_upload(UploadClaim claim, const std::string& target_path,
+                                 const std::string& temp_path, std::int64_t offset,
+                                 const UploadAnnouncement& announcement);
+    message::Status finish_upload(const FinishedUpload& upload);
+    bool send_download_file_data(Connection* connection, DownloadFileTcpEvent* event);
+    bool send_download_data_response(Connection* connection, message::Status status,
+                                     std::string_view data);
+    bool end_download(Connection* connection, message::Status status);
+    bool encipher(std::string_view& payload, ByteArray& ciphered) const;
+    bool rename_path(const std::string& from, const std::string& to);
+
+    LiveNodeRecord node_record_;
+    RateWindow rate_window_;
+    message::PayloadKey payload_key_ = message::make_payload_key();
+    // True while on_send_data is to pump file data.
+    bool download_active_ = false;
+    // Read by the callbacks without the lock: they alone change it, one at a time.
+    TcpEventBase* transmit_event_ = nullptr;
+    // Held while the event changes and while the node is reset.
+    boost::mutex node_lock_;
+};
+
+// The idle nodes of the process.
+ObjectPool<NorvaneTransmitNode>& node_pool();

@@ -1,0 +1,229 @@
+#include <array>
+
+#include "kestin_base/byte_stream.h"
+#include "src/norvane_transmit_node/framing.h"
+#include "src/norvane_transmit_node/payload_buffers.h"
+#include "src/shared/log_place.h"
+
+// The map of the protocol: which message goes to which handler, and which handler has which work.
+
+struct NorvaneTransmitNode::Dispatch {
+    struct Entry {
+        std::uint16_t type;
+        Handler handler;
+    };
+    static constexpr std::array<Entry, message::request_count> table = {{
+        {message::UploadFilePrepare::type,
+         &NorvaneTransmitNode::handle_upload_file_prepare_request},
+        {message::UploadFileData::type, &NorvaneTransmitNode::handle_upload_file_data_request},
+        {message::UploadFileFinish::type, &NorvaneTransmitNode::handle_upload_file_finish_request},
+        {message::DownloadFilePrepare::type,
+         &NorvaneTransmitNode::handle_download_file_prepare_request},
+        {message::DownloadFileData::type, &NorvaneTransmitNode::handle_download_file_data_request},
+        {message::DownloadFileFinish::type,
+         &NorvaneTransmitNode::handle_download_file_finish_request},
+        {message::CreateDirectory::type, &NorvaneTransmitNode::handle_create_directory_request},
+        {message::DeletePath::type, &NorvaneTransmitNode::handle_delete_path_request},
+        {message::RenamePath::type, &NorvaneTransmitNode::handle_rename_path_request},
+        {message::SetUserInformation::type,
+         &NorvaneTransmitNode::handle_set_user_information_request},
+        {message::GetStorageInformation::type,
+         &NorvaneTransmitNode::handle_get_storage_information_request},
+        {message::GetNorvaneNodeCount::type,
+         &NorvaneTransmitNode::handle_get_norvane_node_count_request},
+        {message::SetTransmitSpeed::type, &NorvaneTransmitNode::handle_set_transmit_speed_request},
+        {message::CheckStorageId::type, &NorvaneTransmitNode::handle_check_storage_id_request},
+        {message::GetPathContent::type, &NorvaneTransmitNode::handle_get_path_content_request},
+        {message::TestUploadData::type, &NorvaneTransmitNode::handle_test_upload_data_request},
+        {message::TestDownloadData::type, &NorvaneTransmitNode::handle_test_download_data_request},
+        {message::CleanupConnection::type, &NorvaneTransmitNode::handle_cleanup_connection_request},
+    }};
+
+    // Requests have the even types from 0 on, so a type's half is its place in the table.
+    static consteval bool is_in_order() {
+        for (std::size_t index = 0; index < table.size(); ++index) {
+            if (table[index].type != 2 * index) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    static constexpr Handler handler_of(std::uint16_t type) {
+        const bool exists = type % 2 == 0 && type / 2U < table.size();
+        return exists ? table[type / 2U].handler : nullptr;
+    }
+};
+
+// A handler that took a request has counted its bytes, or, if the request ended a transfer, has
+// cleared the window; one that lacks bytes leaves the mark where it was, and the loop ends.
+bool NorvaneTransmitNode::on_recv_data(Connection* connection) {
+    static_assert(Dispatch::is_in_order());
+    turn_rate_window();
+    if (connection == nullptr) {
+        return false;
+    }
+    for (RateWindow::Mark before; before != rate_window_.mark();) {
+        before = rate_window_.mark();
+        std::uint16_t type = 0;
+        if (connection->recv_buffer_size() < sizeof type) {
+            return true;
+        }
+        if (!copy_received(*connection, &type, sizeof type)) {
+            return false;
+        }
+        Kestin::Base::ByteStream::net_to_host(&type, sizeof type);
+        const Handler handler = Dispatch::handler_of(type);
+        if (handler == nullptr) {
+            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] unknown message type (%u)",
+                           session_id(), type);
+            return false;
+        }
+        if (!(this->*handler)(connection)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool NorvaneTransmitNode::copy_received(Connection& connection, void* destination,
+                                        std::uint64_t length) {
+    if (!connection.recv_buffer_copy_len(destination, length)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer copy len failed",
+                       session_id());
+        return false;
+    }
+    return true;
+}
+
+bool NorvaneTransmitNode::move_received(Connection& connection, void* destination,
+                                        std::uint64_t length) {
+    if (!connection.recv_buffer_move_len(destination, length)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer move len failed",
+                       session_id());
+        return false;
+    }
+    return true;
+}
+
+bool NorvaneTransmitNode::drop_received(Connection& connection, std::uint64_t length) {
+    if (!connection.recv_buffer_drop_len(length)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer drop len failed",
+                       session_id());
+        return false;
+    }
+    return true;
+}
+
+bool NorvaneTransmitNode::handle_upload_file_prepare_request(Connection* connection) {
+    return serve<message::UploadFilePrepare>(
+        connection, &NorvaneTransmitNode::do_handle_upload_file_prepare_request);
+}
+
+// A block that went well has no answer; one that failed ends whatever transfer there is.
+bool NorvaneTransmitNode::handle_upload_file_data_request(Connection* connection) {
+    message::UploadFileDataRequest request{};
+    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
+    const Taken taken = take<message::UploadFileData>(*connection, request, buffers.received);
+    if (taken != Taken::whole) {
+        return taken == Taken::incomplete;
+    }
+    const message::Status status = do_handle_upload_file_data_request(buffers.received.front());
+    buffers.give_back_large();
+    if (status == message::status_ok) {
+        return true;
+    }
+    set_connection_transmit_event(nullptr);
+    return send_response(
+        connection,
+        message::PlainResponse{.type = message::UploadFileData::response_type, .status = status});
+}
+
+bool NorvaneTransmitNode::handle_upload_file_finish_request(Connection* connection) {
+    return serve<message::UploadFileFinish>(
+        connection, &NorvaneTransmitNode::do_handle_upload_file_finish_request);
+}
+
+bool NorvaneTransmitNode::handle_download_file_prepare_request(Connection* connection) {
+    return serve<message::DownloadFilePrepare>(
+        connection, &NorvaneTransmitNode::do_handle_download_file_prepare_request);
+}
+
+// The answer is the stream of data responses, whose first batch goes out at once.
+bool NorvaneTransmitNode::handle_download_file_data_request(Connection* connection) {
+    message::DownloadFileDataRequest request{};
+    const Taken taken = take_record<message::DownloadFileData>(*connection, request);
+    if (taken != Taken::whole) {
+        return taken == Taken::incomplete;
+    }
+    const message::Status status = do_handle_download_file_data_request(request);
+    if (status != message::status_ok) {
+        return end_download(connection, status);
+    }
+    return send_download_file_data(connection, static_cast<DownloadFileTcpEvent*>(transmit_event_));
+}
+
+bool NorvaneTransmitNode::handle_download_file_finish_request(Connection* connection) {
+    return serve<message::DownloadFileFinish>(
+        connection, &NorvaneTransmitNode::do_handle_download_file_finish_request);
+}
+
+bool NorvaneTransmitNode::handle_create_directory_request(Connection* connection) {
+    return serve<message::CreateDirectory>(
+        connection, &NorvaneTransmitNode::do_handle_create_directory_request);
+}
+
+bool NorvaneTransmitNode::handle_delete_path_request(Connection* connection) {
+    return serve<message::DeletePath>(connection,
+                                      &NorvaneTransmitNode::do_handle_delete_path_request);
+}
+
+bool NorvaneTransmitNode::handle_rename_path_request(Connection* connection) {
+    return serve<message::RenamePath>(connection,
+                                      &NorvaneTransmitNode::do_handle_rename_path_request);
+}
+
+bool NorvaneTransmitNode::handle_set_user_information_request(Connection* connection) {
+    return serve<message::SetUserInformation>(
+        connection, &NorvaneTransmitNode::do_handle_set_user_information_request);
+}
+
+bool NorvaneTransmitNode::handle_get_storage_information_request(Connection* connection) {
+    return serve<message::GetStorageInformation>(
+        connection, &NorvaneTransmitNode::do_handle_get_storage_information_request);
+}
+
+bool NorvaneTransmitNode::handle_get_norvane_node_count_request(Connection* connection) {
+    return serve<message::GetNorvaneNodeCount>(
+        connection, &NorvaneTransmitNode::do_handle_get_norvane_node_count_request);
+}
+
+bool NorvaneTransmitNode::handle_set_transmit_speed_request(Connection* connection) {
+    return serve<message::SetTransmitSpeed>(
+        connection, &NorvaneTransmitNode::do_handle_set_transmit_speed_request);
+}
+
+bool NorvaneTransmitNode::handle_check_storage_id_request(Connection* connection) {
+    return serve<message::CheckStorageId>(connection,
+                                          &NorvaneTransmitNode::do_handle_check_storage_id_request);
+}
+
+bool NorvaneTransmitNode::handle_get_path_content_request(Connection* connection) {
+    return serve<message::GetPathContent>(connection,
+                                          &NorvaneTransmitNode::do_handle_get_path_content_request);
+}
+
+bool NorvaneTransmitNode::handle_test_upload_data_request(Connection* connection) {
+    return serve<message::TestUploadData>(connection,
+                                          &NorvaneTransmitNode::do_handle_test_upload_data_request);
+}
+
+bool NorvaneTransmitNode::handle_test_download_data_request(Connection* connection) {
+    return serve<message::TestDownloadData>(
+        connection, &NorvaneTransmitNode::do_handle_test_download_data_request);
+}
+
+bool NorvaneTransmitNode::handle_cleanup_connection_request(Connection* connection) {
+    return serve<message::CleanupConnection>(
+        connection, &NorvaneTransmitNode::do_handle_cleanup_connection_request);
+}

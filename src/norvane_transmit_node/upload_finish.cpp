@@ -1,0 +1,106 @@
+#include "kestin_base/file_system.h"
+#include "kestin_base/record.h"
+#include "src/norvane_transmit_node/event_lookup.h"
+#include "src/norvane_transmit_node/file_steps.h"
+#include "src/norvane_transmit_node/norvane_transmit_node.h"
+
+using Kestin::Base::file_set_time;
+using Kestin::Base::kestin_access_safe;
+using Kestin::Base::kestin_rename_safe;
+using Kestin::Base::Record;
+
+// What outlives the event: its names stay claimed until the files are where they belong.
+struct NorvaneTransmitNode::FinishedUpload {
+    explicit FinishedUpload(UploadFileTcpEvent& event)
+        : target_path(event.target_path()),
+          temp_path(event.temp_path()),
+          written_size(event.written_size()),
+          file_size(event.file_size()),
+          file_time(event.file_time()),
+          claim(event.take_claim()) {}
+
+    std::string target_path;
+    std::string temp_path;
+    std::int64_t written_size;
+    std::int64_t file_size;
+    std::int64_t file_time;
+    UploadClaim claim;
+};
+
+namespace {
+
+void record_unexpected_size(const std::string& target_path, std::int64_t written_size,
+                            std::int64_t file_size) {
+    kestin_record(Record::instance(), false,
+                  "remote upload file (%s) failure, size unexpected: %I64d %s %I64d",
+                  target_path.c_str(), written_size, written_size < file_size ? "<" : ">",
+                  file_size);
+}
+
+// What can't be set aside must at least not be taken for the beginning of the client's file.
+void set_aside(const std::string& temp_path, const std::string& aside_path) {
+    if (!kestin_rename_safe(temp_path.c_str(), aside_path.c_str())) {
+        file_set_time(temp_path.c_str(), 0);
+    }
+}
+
+}  // namespace
+
+message::Status NorvaneTransmitNode::do_handle_upload_file_finish_request() {
+    auto* event = find_event<UploadFileTcpEvent>();
+    if (event == nullptr) {
+        return message::status_invalid_connection_data;
+    }
+    FinishedUpload upload(*event);
+    if (!event->close()) {
+        // Of what was written nothing is known to be stored.
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] write file failed (%s)", session_id(),
+                       upload.target_path.c_str());
+        upload.written_size = 0;
+    }
+    // Closes the file and stamps it.
+    set_connection_transmit_event(nullptr);
+    return finish_upload(upload);
+}
+
+message::Status NorvaneTransmitNode::finish_upload(const FinishedUpload& upload) {
+    const std::string& target_path = upload.target_path;
+    if (is_directory(target_path)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path is a directory (%s)",
+                       session_id(), target_path.c_str());
+        return message::status_path_is_directory;
+    }
+    const FileFacts target = look_at_file(target_path);
+    if (target.exists && target.time == upload.file_time && target.size == upload.file_size) {
+        log_upload_end(target_path);
+        record_upload(target_path, upload.file_size);
+        if (kestin_access_safe(upload.temp_path.c_str())) {
+            remove_file(KESTIN_LOG_WARNING, upload.temp_path);
+        }
+        return message::status_ok;
+    }
+    if (target.exists) {
+        remove_file(KESTIN_LOG_WARNING, target_path);
+    }
+    if (upload.written_size != upload.file_size) {
+        record_unexpected_size(target_path, upload.written_size, upload.file_size);
+    }
+    if (upload.written_size < upload.file_size) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] file is incomplete", session_id());
+        set_aside(upload.temp_path, target_path + ".incomplete");
+        return message::status_file_incomplete;
+    }
+    if (upload.written_size > upload.file_size) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] file is overflow", session_id());
+        set_aside(upload.temp_path, target_path + ".overflow");
+        return message::status_file_overflow;
+    }
+    // The record has its line before the rename is tried.
+    record_upload(target_path, upload.file_size);
+    if (!put_in_place(upload.temp_path, target_path, upload.file_time)) {
+        set_time(upload.temp_path, upload.file_time);
+        return message::status_rename_failed;
+    }
+    log_upload_end(target_path);
+    return message::status_ok;
+}

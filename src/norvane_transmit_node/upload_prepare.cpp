@@ -1,0 +1,121 @@
+#include <algorithm>
+
+#include "kestin_base/file_system.h"
+#include "src/norvane_transmit_node/file_steps.h"
+#include "src/norvane_transmit_node/norvane_transmit_node.h"
+#include "src/norvane_transmit_service/norvane_transmit_service.h"
+#include "src/shared/log_place.h"
+
+using Kestin::Base::kestin_create_directory_recursive;
+using Kestin::Base::kestin_unlink_safe;
+
+namespace {
+
+std::string parent_of(const std::string& path) {
+    const std::size_t separator = path.find_last_of("\\/");
+    return path.substr(0, std::max<std::size_t>(separator, 1));
+}
+
+}  // namespace
+
+// The claim comes before anything on the disk is changed: a temporary file that another upload
+// writes must not be taken for one that broke off. A complete target needs no claim.
+message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
+    const message::UploadFilePrepareRequest& request, const std::string& path,
+    message::UploadFilePrepareResponse& response) {
+    if (!find_storage(request.storage_id)) {
+        return message::status_invalid_storage_id;
+    }
+    const auto& service = NorvaneTransmitService::instance();
+    const std::string target_path =
+        service.make_transmit_path(request.storage_id, request.user_id, path.c_str(), true);
+    const std::string temp_path = target_path + service.get_temp_file_suffix();
+    if (temp_path.size() > longest_transfer_path) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to write failed (%s)",
+                       session_id(), temp_path.c_str());
+        return message::status_open_write_failed;
+    }
+    if (is_directory(target_path)) {
+        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
+                       session_id(), target_path.c_str());
+        return message::status_path_is_directory;
+    }
+
+    UploadClaim claim;
+    const bool is_claimed = claim.claim_target(target_path, temp_path);
+    const FileFacts target = look_at_file(target_path);
+    const FileFacts temporary = look_at_file(temp_path);
+    const FileFacts announced = {.size = request.file_size, .time = request.file_time};
+    const UploadPlan plan = plan_upload(target, temporary, announced);
+    if (plan == UploadPlan::already_complete) {
+        if (is_claimed) {
+            kestin_unlink_safe(temp_path.c_str());
+        }
+        response.offset = target.size;
+        log_upload_end(target_path);
+        record_upload(target_path, target.size);
+        return message::status_ok;
+    }
+    if (!is_claimed) {
+        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE,
+                       "[%I64u] other node is uploading same file (%s)", session_id(),
+                       target_path.c_str());
+        return message::status_file_in_use;
+    }
+    if (target.exists) {
+        remove_file(KESTIN_LOG_WARNING, target_path);
+    }
+    if (plan == UploadPlan::finish_temporary) {
+        response.offset = temporary.size;
+        return finish_temporary_file(target_path, temp_path, temporary);
+    }
+    if (plan == UploadPlan::continue_temporary) {
+        response.offset = temporary.size;
+    } else if (temporary.exists && !remove_file(KESTIN_LOG_ERROR, temp_path)) {
+        return message::status_delete_failed;
+    }
+    return begin_upload(std::move(claim), target_path, temp_path, response.offset,
+                        {.encrypted = request.encrypted != 0,
+                         .file_size = request.file_size,
+                         .file_time = request.file_time});
+}
+
+// An earlier upload wrote all of it and broke off before its finish.
+message::Status NorvaneTransmitNode::finish_temporary_file(const std::string& target_path,
+                                                           const std::string& temp_path,
+                                                           const FileFacts& temporary) {
+    if (!put_in_place(temp_path, target_path, temporary.time)) {
+        return message::status_rename_failed;
+    }
+    log_upload_end(target_path);
+    record_upload(target_path, temporary.size);
+    return message::status_ok;
+}
+
+// A transfer that was running on this node ends here and not before: every failure leaves it be.
+message::Status NorvaneTransmitNode::begin_upload(UploadClaim claim, const std::string& target_path,
+                                                  const std::string& temp_path, std::int64_t offset,
+                                                  const UploadAnnouncement& announcement) {
+    const std::string parent = parent_of(target_path);
+    kestin_create_directory_recursive(parent);
+    if (!is_directory(parent)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] create directory failed (%s)",
+                       session_id(), parent.c_str());
+        return message::status_create_directory_failed;
+    }
+    UploadFileTcpEvent::Pointer event = UploadFileTcpEvent::acquire();
+    if (event == nullptr) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] acquire new upload event failed (%s)",
+                       session_id(), UploadFileTcpEvent::name);
+        return message::status_acquire_event_failed;
+    }
+    if (!event->open(std::move(claim), target_path, temp_path, offset, announcement)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to write failed (%s)",
+                       session_id(), temp_path.c_str());
+        return message::status_open_write_failed;
+    }
+    set_connection_transmit_event(event.release());
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] upload file begin (%s)", session_id(),
+                     target_path.c_str());
+    return message::status_file_incomplete;
+}

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "kestin_base/file.h"
+#include "src/shared/live_node_record.h"
+#include "src/tcp_event/tcp_event_base.h"
+#include "src/tcp_event/upload_claim.h"
+
+// What a client announced of the file that it sends.
+struct UploadAnnouncement {
+    bool encrypted = false;
+    std::int64_t file_size = 0;
+    std::int64_t file_time = 0;
+};
+
+// One running upload. Whatever ends it leaves a closed temporary file that bears the announced
+// time: by that time, and its length, a later prepare recognises and continues it.
+class UploadFileTcpEvent : public TcpEventBase {
+  public:
+    static constexpr EventKind kind = EventKind::upload;
+    static constexpr const char* name = "upload_file_event";
+    using Pointer = std::unique_ptr<UploadFileTcpEvent, EventRelease>;
+
+    // Null if none can be made.
+    static Pointer acquire();
+
+    UploadFileTcpEvent() : TcpEventBase(kind) {}
+    ~UploadFileTcpEvent() override;
+
+    void release() override;
+    const char* event_name() const override { return name; }
+
+    // Opens the temporary file, which holds `offset` bytes already, to write behind them. The claim
+    // is the event's from here on, also on false.
+    bool open(UploadClaim claim, const std::string& target_path, const std::string& temp_path,
+              std::int64_t offset, const UploadAnnouncement& announcement);
+
+    // Adds `length` to written_size, written or not, then writes.
+    bool write(const std::uint8_t* data, std::uint64_t length);
+
+    // Closes the file ahead of the event's end. False: the system reports only now that bytes were
+    // lost, and the file isn't to be continued.
+    bool close();
+
+    // Keeps the names claimed beyond the event's end.
+    UploadClaim take_claim() { return std::move(claim_); }
+
+    void update_node_record(LiveNodeRecord& record) const;
+
+    bool encrypted() const { return announcement_.encrypted; }
+    std::int64_t file_size() const { return announcement_.file_size; }
+    std::int64_t file_time() const { return announcement_.file_time; }
+    // Bytes of the file held so far: the offset at the start, then growing with each block.
+    std::int64_t written_size() const { return written_size_; }
+    const std::string& target_path() const { return target_path_; }
+    const std::string& temp_path() const { return temp_path_; }
+
+  private:
+    void stamp_files();
+
+    UploadAnnouncement announcement_;
+    std::string target_path_;
+    std::string temp_path_;
+    std::int64_t written_size_ = 0;
+    bool is_intact_ = true;
+    UploadClaim claim_;
+    Kestin::Base::File file_;
+};
