@@ -17,8 +17,11 @@ void NetSwitch::run_thread_start() const {
 
 // Every send of this library asks for no signal by itself; ignoring SIGPIPE covers what writes to
 // a broken pipe elsewhere in the process, such as a console that has gone.
-bool NetSwitch::init() { return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR; }
+bool NetSwitch::init() {
+    return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+}
 
-void NetSwitch::exit() {}
+void NetSwitch::exit() {
+}
 
 }  // namespace Kestin::Net

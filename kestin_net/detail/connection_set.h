@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+
+#include "kestin_net/detail/mutex.h"
+#include "kestin_net/detail/settings.h"
+
+namespace Kestin::Net::detail {
+
+class TcpConnection;
+
+// Owns every live connection. Callable from every thread.
+class ConnectionSet {
+  public:
+    ConnectionSet();
+    ~ConnectionSet();
+    ConnectionSet(const ConnectionSet&) = delete;
+    ConnectionSet& operator=(const ConnectionSet&) = delete;
+
+    TcpConnection& add(std::unique_ptr<TcpConnection> connection);
+
+    // Closes the connection and destroys it; by the thread that has it.
+    void remove(TcpConnection& connection);
+
+    // Breaks each connection that is overdue; the earliest deadline of the others, or
+    // Clock::time_point::max().
+    Clock::time_point break_overdue(Clock::time_point now);
+
+    // Ends every connection with its last callback. When no other thread has one any more.
+    void close_all();
+
+  private:
+    Mutex mutex_;
+    std::unordered_map<const TcpConnection*, std::unique_ptr<TcpConnection>> connections_
+        KESTIN_NET_GUARDED_BY(mutex_);
+};
+
+}  // namespace Kestin::Net::detail

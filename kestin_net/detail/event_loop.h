@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <span>
+#include <thread>
+#include <vector>
+
+#include "kestin_net/detail/environment.h"
+#include "kestin_net/detail/event_handler.h"
+#include "kestin_net/detail/listener.h"
+
+namespace Kestin::Net::detail {
+
+// The running substrate: threads that wait on one poller, and what they serve. Each connection and
+// listener is with one thread at a time, whichever comes first. Started once and stopped once.
+class EventLoop final : private EventHandler {
+  public:
+    EventLoop(TcpServiceBase& service, const Settings& settings)
+        : environment_(service, settings) {}
+    ~EventLoop() override { stop(); }
+
+    // False, with nothing left behind but for `stop`: a port can't be had, or the system refuses
+    // descriptors or threads.
+    bool start(std::span<const std::uint16_t> ports);
+
+    // As TcpManager::exit.
+    void stop();
+
+  private:
+    // The tick of the timer: looks after all that waits for a time.
+    void handle_events(std::uint32_t events) override;
+
+    bool listen(std::span<const std::uint16_t> ports);
+    bool is_listening_on(std::uint16_t port) const;
+    bool start_listeners();
+    bool start_threads();
+
+    Environment environment_;
+    std::deque<Listener> listeners_;
+    std::vector<std::thread> threads_;
+};
+
+}  // namespace Kestin::Net::detail

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+
+#include "kestin_net/detail/descriptor.h"
+#include "kestin_net/detail/event_handler.h"
+
+namespace Kestin::Net::detail {
+
+// One epoll set that many threads wait on. Every descriptor in it is armed for one event at a time,
+// so that exactly one thread has it between its event and its re-arming. Closing a descriptor takes
+// it out of the set.
+class Poller {
+  public:
+    bool open();
+
+    // Put a descriptor into the set, armed for `events`, and arm it anew. What is ready already
+    // counts as an event. False: the system is out of memory or of watches.
+    bool add(int descriptor, std::uint32_t events, EventHandler& handler);
+    bool arm(int descriptor, std::uint32_t events, EventHandler& handler);
+
+    // Calls handlers, one event at a time, until `stop`. A thread takes no second event along, so
+    // that a handler which waits for a disk holds up nobody else's.
+    void run();
+
+    // Makes every `run` return, those that begin later too.
+    void stop();
+
+  private:
+    Descriptor epoll_;
+    Descriptor stop_event_;
+};
+
+}  // namespace Kestin::Net::detail

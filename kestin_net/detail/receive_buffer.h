@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "kestin_net/detail/buffer_memory.h"
+
+namespace Kestin::Net::detail {
+
+// One whole frame must fit: a tail of 64 MiB, its header, and some bytes of the next.
+inline constexpr std::uint64_t receive_limit = (64 * 1024 + 64) * std::uint64_t{1024};
+
+// Read at a time at most: beyond the size of most frames, and still within the processor's cache.
+inline constexpr std::size_t read_size = 256 * 1024;
+
+// What each connection may hold whatever the others hold; more is taken from the memory budget.
+inline constexpr std::size_t receive_floor = 16 * 1024;
+
+// The bytes that came and wait for the service, in one piece. One owner at a time.
+//
+//     data_        begin_             end_              capacity_
+//     |   removed  |   what waits     |   room to read  |
+//
+// Memory is held only while bytes wait: in a turn a block of the pool, or pages when a frame is
+// larger; between turns, for a few bytes, as little as they need.
+class ReceiveBuffer {
+  public:
+    explicit ReceiveBuffer(BufferMemory& memory) : memory_(memory) {}
+    ~ReceiveBuffer();
+    ReceiveBuffer(const ReceiveBuffer&) = delete;
+    ReceiveBuffer& operator=(const ReceiveBuffer&) = delete;
+
+    std::uint64_t size() const { return end_ - begin_; }
+    bool is_empty() const { return begin_ == end_; }
+    bool is_full() const { return size() == receive_limit; }
+
+    // All bytes ever removed.
+    std::uint64_t removed() const { return removed_; }
+
+    // Where the next bytes go; what was written there is then committed. Empty if the limit or the
+    // memory leaves no room.
+    std::span<std::byte> room();
+    void commit(std::uint64_t length) { end_ += length; }
+
+    // False, with nothing changed, if fewer than `length` bytes wait.
+    bool copy(void* destination, std::uint64_t length) const;
+    bool drop(std::uint64_t length);
+
+    // Gives back the memory that is out of proportion to what waits.
+    void settle();
+
+  private:
+    void make_room();
+    void compact();
+    void clear();
+    bool move_to(std::size_t capacity);
+    std::byte* relocate(std::size_t capacity);
+    std::byte* allocate(std::size_t capacity);
+    void release();
+
+    BufferMemory& memory_;
+    std::byte* data_ = nullptr;
+    std::size_t capacity_ = 0;
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    std::uint64_t removed_ = 0;
+};
+
+}  // namespace Kestin::Net::detail

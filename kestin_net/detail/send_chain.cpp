@@ -1,0 +1,116 @@
+#include "kestin_net/detail/send_chain.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace Kestin::Net::detail {
+
+SendChain::~SendChain() {
+    remove_behind(nullptr);
+}
+
+bool SendChain::append(const void* data, std::uint64_t length) {
+    Block* block = last_;
+    if (!fits(length) || !extend(length)) {
+        return false;
+    }
+    block = block != nullptr ? block : first_;
+    const auto* from = static_cast<const std::byte*>(data);
+    for (std::uint64_t left = length; left > 0; block = block->next) {
+        const std::uint64_t part = std::min<std::uint64_t>(left, block->room());
+        std::memcpy(block->data + block->end, from, part);
+        block->end += part;
+        from += part;
+        left -= part;
+    }
+    size_ += length;
+    appended_ += length;
+    return true;
+}
+
+std::span<iovec> SendChain::front(std::span<iovec> slots) const {
+    std::size_t used = 0;
+    for (Block* block = first_; block != nullptr && used < slots.size(); block = block->next) {
+        slots[used++] = {block->data + block->begin, block->end - block->begin};
+    }
+    return slots.first(used);
+}
+
+void SendChain::drop_front(std::uint64_t length) {
+    size_ -= length;
+    while (length > 0) {
+        const std::uint64_t part = std::min<std::uint64_t>(length, first_->end - first_->begin);
+        first_->begin += part;
+        length -= part;
+        if (first_->begin == first_->end) {
+            remove_first();
+        }
+    }
+}
+
+bool SendChain::fits(std::uint64_t length) const {
+    return (length <= send_limit && size_ <= send_limit - length) ||
+           (length <= send_piece_limit && size_ <= 2 * send_mark);
+}
+
+// Makes the room at the chain's end at least `length`, or leaves the chain as it was.
+bool SendChain::extend(std::uint64_t length) {
+    Block* const old_last = last_;
+    std::uint64_t room = last_ != nullptr ? last_->room() : 0;
+    for (; room < length; room += sizeof Block::data) {
+        if (!add_block()) {
+            remove_behind(old_last);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool SendChain::add_block() {
+    const std::uint64_t charge = block_count_ > 0 ? send_block_size : 0;
+    if (!memory_.budget.take(charge)) {
+        return false;
+    }
+    std::byte* memory = memory_.send_blocks.acquire();
+    if (memory == nullptr) {
+        memory_.budget.give_back(charge);
+        return false;
+    }
+    auto* block = new (memory) Block;
+    block->next = nullptr;
+    block->begin = block->end = 0;
+    (first_ == nullptr ? first_ : last_->next) = block;
+    last_ = block;
+    ++block_count_;
+    return true;
+}
+
+void SendChain::remove_first() {
+    Block* const block = first_;
+    first_ = block->next;
+    if (first_ == nullptr) {
+        last_ = nullptr;
+    }
+    release(block);
+}
+
+void SendChain::remove_behind(Block* last) {
+    Block*& link = last != nullptr ? last->next : first_;
+    Block* block = std::exchange(link, nullptr);
+    last_ = last;
+    while (block != nullptr) {
+        Block* const next = block->next;
+        release(block);
+        block = next;
+    }
+}
+
+void SendChain::release(Block* block) {
+    memory_.send_blocks.release(reinterpret_cast<std::byte*>(block));
+    --block_count_;
+    memory_.budget.give_back(block_count_ > 0 ? send_block_size : 0);
+}
+
+}  // namespace Kestin::Net::detail

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "kestin_net/detail/buffer_memory.h"
+
+namespace Kestin::Net::detail {
+
+// What waits in a send buffer above this is more than the service is asked for, and more than a
+// peer may leave unread before its further requests are held back: what waits should stay in the
+// processor's cache.
+inline constexpr std::uint64_t send_mark = 512 * 1024;
+
+// What a service may append in one callback at most: 500 chunks of 64 KiB, each with an 8-byte
+// header and 16 bytes of cipher padding.
+inline constexpr std::uint64_t send_batch = 500 * (8 + 65536 + 16);
+
+// The bound of a chain: a batch on top of the mark, with room for the answers around it.
+inline constexpr std::uint64_t send_limit = send_mark + send_batch + 64 * 1024;
+
+// The bound of one single append on a chain that holds little (at most twice the mark): an answer
+// that can't be told in pieces, such as a whole file.
+inline constexpr std::uint64_t send_piece_limit = 256 * 1024 * 1024;
+
+// The bytes that wait for the socket, in a chain of blocks. One owner at a time. A connection's
+// first block is its floor; all others are taken from the memory budget.
+class SendChain {
+  public:
+    explicit SendChain(BufferMemory& memory) : memory_(memory) {}
+    ~SendChain();
+    SendChain(const SendChain&) = delete;
+    SendChain& operator=(const SendChain&) = delete;
+
+    std::uint64_t size() const { return size_; }
+    bool is_empty() const { return size_ == 0; }
+    bool is_above_mark() const { return size_ > send_mark; }
+
+    // All bytes ever taken.
+    std::uint64_t appended() const { return appended_; }
+
+    // Copies all of the bytes behind what waits, or none of them and false: a bound above, or the
+    // memory.
+    bool append(const void* data, std::uint64_t length);
+
+    // Points `slots` at the front of the chain, block by block; the slots that were needed.
+    std::span<iovec> front(std::span<iovec> slots) const;
+    void drop_front(std::uint64_t length);
+
+  private:
+    // The service's messages are an 8-byte header and, mostly, 64 KiB of a file: a block takes one
+    // such message, and its file bytes begin on a cache line.
+    struct Block {
+        Block* next;
+        std::size_t begin;
+        std::size_t end;
+        std::byte reserved[32];
+        std::byte data[send_block_size - 56];
+
+        std::size_t room() const { return sizeof data - end; }
+    };
+
+    bool fits(std::uint64_t length) const;
+    bool extend(std::uint64_t length);
+    bool add_block();
+    void remove_first();
+    void remove_behind(Block* last);
+    void release(Block* block);
+
+    BufferMemory& memory_;
+    Block* first_ = nullptr;
+    Block* last_ = nullptr;
+    std::uint64_t block_count_ = 0;
+    std::uint64_t size_ = 0;
+    std::uint64_t appended_ = 0;
+};
+
+}  // namespace Kestin::Net::detail

@@ -1,0 +1,273 @@
+#include "kestin_net/detail/tcp_connection.h"
+
+#include <arpa/inet.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <span>
+#include <utility>
+
+namespace Kestin::Net::detail {
+namespace {
+
+// Blocks that one system call writes: about a turn's worth.
+constexpr std::size_t blocks_per_write = turn_limit / send_block_size + 1;
+
+std::uint64_t total_size(std::span<const iovec> pieces) {
+    std::uint64_t total = 0;
+    for (const iovec& piece : pieces) {
+        total += piece.iov_len;
+    }
+    return total;
+}
+
+}  // namespace
+
+TcpConnection::TcpConnection(Environment& environment, Descriptor socket, const sockaddr_in& peer,
+                             std::uint16_t listening_port)
+    : environment_(environment),
+      socket_(std::move(socket)),
+      peer_(peer),
+      listening_port_(listening_port),
+      receive_buffer_(environment.memory),
+      send_chain_(environment.memory) {
+}
+
+bool TcpConnection::start() {
+    deadline_.store(no_deadline, std::memory_order_release);
+    return environment_.poller.add(socket_.number(), EPOLLIN | EPOLLOUT, *this);
+}
+
+void TcpConnection::handle_events(std::uint32_t events) {
+    const Clock::rep deadline = deadline_.exchange(no_deadline, std::memory_order_acquire);
+    if (deadline == broken || !take_turn(events) || !arm()) {
+        end();
+    }
+}
+
+Clock::time_point TcpConnection::break_if_overdue(Clock::time_point now) {
+    Clock::rep deadline = deadline_.load(std::memory_order_relaxed);
+    const Clock::time_point when{Clock::duration(deadline)};
+    if (when > now) {
+        return when;
+    }
+    if (deadline != broken &&
+        deadline_.compare_exchange_strong(deadline, broken, std::memory_order_acq_rel)) {
+        ::shutdown(socket_.number(), SHUT_RDWR);
+    }
+    return Clock::time_point::max();
+}
+
+void TcpConnection::announce_end() {
+    if (accepted_) {
+        environment_.service.on_close(this);
+    }
+}
+
+bool TcpConnection::take_turn(std::uint32_t events) {
+    if ((events & (EPOLLERR | EPOLLHUP)) != 0 || (!accepted_ && !accept())) {
+        return false;
+    }
+    readable_ = (events & EPOLLIN) != 0;
+    writable_ = (events & EPOLLOUT) != 0 || send_chain_.is_empty();
+    moved_ = 0;
+    do {
+        if (!read() || !offer() || !ask() || !write()) {
+            return false;
+        }
+    } while (can_go_on());
+    receive_buffer_.settle();
+    return !is_finished();
+}
+
+bool TcpConnection::accept() {
+    accepted_ = environment_.service.on_accept(this, listening_port_);
+    return accepted_;
+}
+
+bool TcpConnection::read() {
+    if (!can_read()) {
+        return true;
+    }
+    const auto room = receive_buffer_.room();
+    if (room.empty()) {
+        return false;
+    }
+    const ssize_t size = ::recv(socket_.number(), room.data(), room.size(), 0);
+    if (size < 0) {
+        readable_ = errno == EINTR;
+        return errno == EINTR || errno == EAGAIN;
+    }
+    // Less than there was room for: the socket is empty, and another call would only say so.
+    const auto length = static_cast<std::uint64_t>(size);
+    readable_ = length == room.size();
+    peer_finished_ = length == 0;
+    offer_due_ = offer_due_ || length > 0;
+    receive_buffer_.commit(length);
+    moved_ += length;
+    return true;
+}
+
+bool TcpConnection::offer() {
+    while (can_offer()) {
+        if (!offer_once()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool TcpConnection::offer_once() {
+    const std::uint64_t position = receive_buffer_.removed();
+    empty_sends_ = 0;
+    if (!environment_.service.on_recv(this)) {
+        return false;
+    }
+    const bool took = receive_buffer_.removed() != position;
+    offer_due_ = !receive_buffer_.is_empty() && (took || is_held_back());
+    return took || is_held_back() || !is_stuck();
+}
+
+bool TcpConnection::ask() {
+    while (can_ask()) {
+        const std::uint64_t appended = send_chain_.appended();
+        if (!environment_.service.on_send(this)) {
+            return false;
+        }
+        empty_sends_ = send_chain_.appended() != appended ? 0 : empty_sends_ + 1;
+    }
+    return true;
+}
+
+bool TcpConnection::write() {
+    if (!can_write()) {
+        return true;
+    }
+    std::array<iovec, blocks_per_write> slots;
+    const auto front = send_chain_.front(slots);
+    msghdr message{};
+    message.msg_iov = front.data();
+    message.msg_iovlen = front.size();
+    const ssize_t size = ::sendmsg(socket_.number(), &message, MSG_NOSIGNAL);
+    if (size < 0) {
+        writable_ = errno == EINTR;
+        return errno == EINTR || errno == EAGAIN;
+    }
+    // Less than was given: the socket is full, and another call would only say so.
+    const auto length = static_cast<std::uint64_t>(size);
+    writable_ = length == total_size(front);
+    send_chain_.drop_front(length);
+    moved_ += length;
+    return true;
+}
+
+// While the memory of all is short, nothing more is asked for on top of what a peer hasn't read.
+bool TcpConnection::can_ask() const {
+    return writable_ && empty_sends_ < most_empty_sends && send_chain_.size() < send_mark &&
+           (send_chain_.is_empty() || !environment_.memory.budget.is_strained());
+}
+
+// What a full socket keeps from going out can't make the turn long: it is offered to the end, since
+// no event would tell of it later.
+bool TcpConnection::can_go_on() const {
+    if (moved_ >= turn_limit && writable_) {
+        return false;
+    }
+    return can_offer() || (moved_ < turn_limit && (can_read() || can_ask() || can_write()));
+}
+
+// The service waits for bytes that there will be no room for, or for the end of a head without end.
+bool TcpConnection::is_stuck() const {
+    return receive_buffer_.is_full() ||
+           (get_user_data() == nullptr && receive_buffer_.size() > head_size_limit);
+}
+
+// The peer has sent its last byte, all is answered and all answers are out.
+bool TcpConnection::is_finished() const {
+    return peer_finished_ && send_chain_.is_empty() && !offer_due_ && !can_ask();
+}
+
+// Once the deadline is told, another thread may have the connection: all that is needed is looked
+// up before.
+bool TcpConnection::arm() {
+    const int socket = socket_.number();
+    const std::uint32_t events = awaited_events();
+    const Clock::time_point deadline = next_deadline();
+    Poller& poller = environment_.poller;
+    WakeTimer& timer = environment_.timer;
+    deadline_.store(deadline.time_since_epoch().count(), std::memory_order_release);
+    if (deadline != Clock::time_point::max()) {
+        timer.wake_by(deadline);
+    }
+    return poller.arm(socket, events, *this);
+}
+
+std::uint32_t TcpConnection::awaited_events() const {
+    const bool reads = !peer_finished_ && !is_held_back();
+    const bool writes = !send_chain_.is_empty() || can_ask() || can_offer();
+    return (reads ? std::uint32_t{EPOLLIN} : 0) | (writes ? std::uint32_t{EPOLLOUT} : 0);
+}
+
+Clock::time_point TcpConnection::next_deadline() {
+    const auto idle_limit = environment_.settings.idle_limit;
+    const auto idle_deadline =
+        idle_limit.count() > 0 ? Clock::now() + idle_limit : Clock::time_point::max();
+    return std::min(idle_deadline, next_head_deadline());
+}
+
+Clock::time_point TcpConnection::next_head_deadline() {
+    if (get_user_data() != nullptr || receive_buffer_.is_empty() || is_held_back()) {
+        head_deadline_ = Clock::time_point::max();
+    } else if (head_deadline_ == Clock::time_point::max() ||
+               head_position_ != receive_buffer_.removed()) {
+        head_deadline_ = Clock::now() + environment_.settings.head_limit;
+        head_position_ = receive_buffer_.removed();
+    }
+    return head_deadline_;
+}
+
+// What the service said before it refused the peer still goes out, as far as the socket takes it.
+void TcpConnection::end() {
+    write();
+    announce_end();
+    environment_.connections.remove(*this);
+}
+
+bool TcpConnection::get_peer_address(std::string& address, std::uint16_t& port) {
+    std::array<char, INET_ADDRSTRLEN> text{};
+    if (::inet_ntop(AF_INET, &peer_.sin_addr, text.data(), text.size()) == nullptr) {
+        return false;
+    }
+    address = text.data();
+    port = ntohs(peer_.sin_port);
+    return true;
+}
+
+std::uint64_t TcpConnection::recv_buffer_size() {
+    return is_held_back() ? 0 : receive_buffer_.size();
+}
+
+bool TcpConnection::recv_buffer_copy_len(void* destination, std::uint64_t length) {
+    return receive_buffer_.copy(destination, length);
+}
+
+bool TcpConnection::recv_buffer_move_len(void* destination, std::uint64_t length) {
+    return receive_buffer_.copy(destination, length) && receive_buffer_.drop(length);
+}
+
+bool TcpConnection::recv_buffer_drop_len(std::uint64_t length) {
+    return receive_buffer_.drop(length);
+}
+
+bool TcpConnection::recv_buffer_need_len(std::uint64_t length) {
+    return length <= receive_limit;
+}
+
+bool TcpConnection::send_buffer_fill_len(const void* data, std::uint64_t length) {
+    return send_chain_.append(data, length);
+}
+
+}  // namespace Kestin::Net::detail

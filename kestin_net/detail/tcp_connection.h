@@ -1,0 +1,112 @@
+#pragma once
+
+#include <netinet/in.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "kestin_net/detail/descriptor.h"
+#include "kestin_net/detail/environment.h"
+#include "kestin_net/detail/event_handler.h"
+#include "kestin_net/detail/receive_buffer.h"
+#include "kestin_net/detail/send_chain.h"
+#include "kestin_net/tcp_connection_base.h"
+
+namespace Kestin::Net::detail {
+
+// Moved between a socket and its buffers in one turn; then the connection goes behind the others.
+inline constexpr std::uint64_t turn_limit = 1024 * 1024;
+
+// Calls of on_send in a row that append nothing, after which there is nothing to send until the
+// peer asks for something.
+inline constexpr unsigned most_empty_sends = 4;
+
+// What a peer may send of a request head on a connection without user data.
+inline constexpr std::uint64_t head_size_limit = 64 * 1024;
+
+// One accepted connection. Each event brings a turn, on the one thread that has the connection
+// until it arms its socket again: read and offer, ask and write, as long as bytes move.
+//
+// A connection is held back while its peer leaves more than the mark unread: nothing is read and
+// nothing offered, until enough has gone out.
+class TcpConnection final : public TcpConnectionBase, public EventHandler {
+  public:
+    TcpConnection(Environment& environment, Descriptor socket, const sockaddr_in& peer,
+                  std::uint16_t listening_port);
+
+    // Begins the turns, the first of which calls on_accept. False: the system refused, and no turn
+    // will come.
+    bool start();
+
+    void handle_events(std::uint32_t events) override;
+
+    // Callable from every thread: makes the next turn the last one if the deadline has passed. The
+    // deadline that still stands, or Clock::time_point::max().
+    Clock::time_point break_if_overdue(Clock::time_point now);
+
+    // Calls on_close, if on_accept took the connection.
+    void announce_end();
+
+    bool get_peer_address(std::string& address, std::uint16_t& port) override;
+    std::uint64_t recv_buffer_size() override;
+    bool recv_buffer_copy_len(void* destination, std::uint64_t length) override;
+    bool recv_buffer_move_len(void* destination, std::uint64_t length) override;
+    bool recv_buffer_drop_len(std::uint64_t length) override;
+    bool recv_buffer_need_len(std::uint64_t length) override;
+    bool send_buffer_fill_len(const void* data, std::uint64_t length) override;
+
+  private:
+    // The turn and its steps; false ends the connection.
+    bool take_turn(std::uint32_t events);
+    bool accept();
+    bool read();
+    bool offer();
+    bool offer_once();
+    bool ask();
+    bool write();
+
+    bool is_held_back() const { return send_chain_.is_above_mark(); }
+    bool can_read() const { return readable_ && !is_held_back(); }
+    bool can_offer() const { return offer_due_ && !is_held_back(); }
+    bool can_write() const { return writable_ && !send_chain_.is_empty(); }
+    bool can_ask() const;
+    bool can_go_on() const;
+    bool is_stuck() const;
+    bool is_finished() const;
+
+    bool arm();
+    std::uint32_t awaited_events() const;
+    Clock::time_point next_deadline();
+    Clock::time_point next_head_deadline();
+    void end();
+
+    Environment& environment_;
+    const Descriptor socket_;
+    const sockaddr_in peer_;
+    const std::uint16_t listening_port_;
+    ReceiveBuffer receive_buffer_;
+    SendChain send_chain_;
+
+    bool accepted_ = false;
+    bool peer_finished_ = false;
+    bool readable_ = false;
+    bool writable_ = false;
+    bool offer_due_ = false;
+    unsigned empty_sends_ = 0;
+    std::uint64_t moved_ = 0;
+
+    // On a connection without user data: when some of the bytes that wait must have been taken,
+    // and how many had been taken ever when that was set.
+    Clock::time_point head_deadline_ = Clock::time_point::max();
+    std::uint64_t head_position_ = 0;
+
+    // The deadline while the socket is armed, `no_deadline` also while a thread has the connection,
+    // `broken` once it has passed. Written by the thread that gives the connection away and read
+    // by the one that gets it, it hands over all other fields too.
+    static constexpr Clock::rep no_deadline = Clock::time_point::max().time_since_epoch().count();
+    static constexpr Clock::rep broken = Clock::time_point::min().time_since_epoch().count();
+    std::atomic<Clock::rep> deadline_{no_deadline};
+};
+
+}  // namespace Kestin::Net::detail

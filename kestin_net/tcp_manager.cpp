@@ -1,0 +1,39 @@
+#include "kestin_net/tcp_manager.h"
+
+#include <chrono>
+
+#include "kestin_net/detail/event_loop.h"
+
+namespace Kestin::Net {
+
+TcpManager::TcpManager() = default;
+TcpManager::~TcpManager() {
+    exit();
+}
+
+bool TcpManager::set_service(TcpServiceBase* service) {
+    service_ = service;
+    return service != nullptr;
+}
+
+bool TcpManager::init(std::uint64_t idle_seconds, std::uint64_t thread_count,
+                      const std::uint16_t* ports, std::uint64_t port_count) {
+    if (service_ == nullptr || loop_ != nullptr) {
+        return false;
+    }
+    detail::Settings settings;
+    settings.idle_limit = std::chrono::seconds(idle_seconds);
+    settings.thread_count = thread_count;
+    loop_ = std::make_unique<detail::EventLoop>(*service_, settings);
+    if (!loop_->start({ports, port_count})) {
+        exit();
+        return false;
+    }
+    return true;
+}
+
+void TcpManager::exit() {
+    loop_.reset();
+}
+
+}  // namespace Kestin::Net

@@ -1,0 +1,436 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kestin_net/detail/event_loop.h"
+#include "kestin_net/detail/receive_buffer.h"
+#include "kestin_net/detail/send_chain.h"
+#include "tests/support/raw_socket.h"
+#include "tests/unit/kestin_net/scripted_service.h"
+
+namespace kestin_net_test {
+namespace {
+
+using Kestin::Net::detail::EventLoop;
+using Kestin::Net::detail::receive_limit;
+using Kestin::Net::detail::send_mark;
+using Kestin::Net::detail::Settings;
+using support::RawSocket;
+
+constexpr std::size_t chunk_size = 8 + 65536 + 16;
+
+// Chunk `number` of a stream in which no two neighbours are alike.
+std::string chunk(std::uint64_t number, std::size_t size = chunk_size) {
+    return std::string(size, static_cast<char>('a' + number % 23));
+}
+
+class ConnectionTest : public testing::Test {
+  protected:
+    void start(std::uint64_t thread_count = 4) {
+        settings_.thread_count = thread_count;
+        loop_ = std::make_unique<EventLoop>(service_, settings_);
+        ASSERT_TRUE(loop_->start({&port_, 1}));
+    }
+    void TearDown() override {
+        loop_.reset();
+        EXPECT_EQ(service_.overlaps.count(), 0U);
+    }
+
+    // Whether a small request of another connection is answered now; needs a service that echoes
+    // what begins with "ping".
+    bool serves_others() {
+        RawSocket other(port_);
+        return other.send("ping") && other.receive(4) == "ping";
+    }
+
+    ScriptedService service_;
+    Settings settings_;
+    std::uint16_t port_ = support::free_port();
+    std::unique_ptr<EventLoop> loop_;
+};
+
+TEST_F(ConnectionTest, CallbacksOfDifferentConnectionsRunAtTheSameTime) {
+    std::barrier both(2);
+    service_.recv = [&](Connection& connection) {
+        both.arrive_and_wait();
+        return echo(connection);
+    };
+    start(2);
+    RawSocket one(port_);
+    RawSocket other(port_);
+    one.send("1");
+    other.send("2");
+    EXPECT_EQ(one.receive(1), "1");
+    EXPECT_EQ(other.receive(1), "2");
+}
+
+TEST_F(ConnectionTest, CallbacksOfOneConnectionNeverOverlap) {
+    service_.recv = echo;
+    start();
+    std::vector<std::thread> peers;
+    std::atomic<int> faultless = 0;
+    for (int peer = 0; peer < 4; ++peer) {
+        peers.emplace_back([&] {
+            RawSocket socket(port_);
+            for (int round = 0; round < 200; ++round) {
+                socket.send("a");
+                socket.send("b");
+                faultless += socket.receive(2) == "ab" ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& peer : peers) {
+        peer.join();
+    }
+    EXPECT_EQ(faultless, 800);
+}
+
+TEST_F(ConnectionTest, FrameInOneBytePacketsIsWholeInTheEnd) {
+    std::vector<std::uint64_t> sizes;
+    service_.recv = [&](Connection& connection) {
+        sizes.push_back(connection.recv_buffer_size());
+        return connection.recv_buffer_size() < 10 || echo(connection);
+    };
+    start();
+    RawSocket peer(port_);
+    for (std::uint64_t sent = 0; sent < 10; ++sent) {
+        peer.send(std::string(1, static_cast<char>('0' + sent)));
+        ASSERT_TRUE(service_.recvs.await(sent + 1));
+    }
+    EXPECT_EQ(peer.receive(10), "0123456789");
+    EXPECT_EQ(sizes, (std::vector<std::uint64_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+}
+
+TEST_F(ConnectionTest, EveryWholeMessageOfOnePacketIsOfferedAtOnce) {
+    service_.recv = [](Connection& connection) {
+        return connection.recv_buffer_size() < 4 || send_back(connection, take(connection, 4));
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send("one two threfo");
+    EXPECT_EQ(peer.receive(12), "one two thre");
+    peer.send("ur");
+    EXPECT_EQ(peer.receive(4), "four");
+}
+
+TEST_F(ConnectionTest, BufferOperationsBeyondWhatWaitsChangeNothing) {
+    service_.recv = [](Connection& connection) {
+        std::string bytes(8, '\0');
+        const bool refused = !connection.recv_buffer_copy_len(bytes.data(), 8) &&
+                             !connection.recv_buffer_move_len(bytes.data(), 8) &&
+                             !connection.recv_buffer_drop_len(8);
+        return refused && connection.recv_buffer_drop_len(0) &&
+               connection.recv_buffer_copy_len(bytes.data(), 7) &&
+               connection.recv_buffer_drop_len(2) && echo(connection);
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send("seven b");
+    EXPECT_EQ(peer.receive(5), "ven b");
+}
+
+TEST_F(ConnectionTest, FrameOf64MebibytesFitsAndTheNextOneToo) {
+    constexpr std::uint64_t frame = 16 + 64 * 1024 * 1024;
+    std::atomic<std::uint64_t> wrong = 0;
+    service_.recv = [&](Connection& connection) {
+        while (connection.recv_buffer_size() >= frame) {
+            const std::string bytes = take(connection, frame);
+            wrong += bytes.find_first_not_of('x') != std::string::npos ? 1 : 0;
+            send_back(connection, "k");
+        }
+        return true;
+    };
+    start();
+    RawSocket peer(port_);
+    const std::string bytes(frame, 'x');
+    peer.send(bytes + "xxx");
+    EXPECT_EQ(peer.receive(1), "k");
+    peer.send(bytes.substr(3));
+    EXPECT_EQ(peer.receive(1), "k");
+    EXPECT_EQ(wrong, 0U);
+}
+
+TEST_F(ConnectionTest, FrameThatCantFitEndsTheConnection) {
+    int marker = 0;
+    service_.accept = [&](Connection& connection, std::uint16_t) {
+        connection.set_user_data(&marker);
+        return true;
+    };
+    service_.recv = [](Connection&) {
+        return true;
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send(std::string(receive_limit + 1024 * 1024, 'x'));
+    EXPECT_TRUE(peer.await_close());
+    EXPECT_TRUE(service_.closes.await(1));
+}
+
+TEST_F(ConnectionTest, BatchOnTopOfTheMarkArrivesWholeAndNoMoreIsTaken) {
+    std::atomic<int> taken = 0;
+    service_.recv = [&](Connection& connection) {
+        take(connection, connection.recv_buffer_size());
+        send_back(connection, std::string(send_mark, '-'));
+        for (std::uint64_t number = 0; number < 500; ++number) {
+            taken += send_back(connection, chunk(number)) ? 1 : 0;
+        }
+        taken -= send_back(connection, chunk(0)) ? 1000 : 0;
+        return true;
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send("go");
+    EXPECT_EQ(peer.receive(send_mark), std::string(send_mark, '-'));
+    for (std::uint64_t number = 0; number < 500; ++number) {
+        ASSERT_EQ(peer.receive(chunk_size), chunk(number)) << number;
+    }
+    EXPECT_EQ(taken, 500);
+}
+
+TEST_F(ConnectionTest, AnswerOf100MebibytesGoesOutInOnePiece) {
+    const std::string answer(100 * 1024 * 1024, 'y');
+    service_.recv = [&](Connection& connection) {
+        take(connection, connection.recv_buffer_size());
+        return send_back(connection, answer) && !send_back(connection, answer);
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send("go");
+    EXPECT_EQ(peer.receive(answer.size()), answer);
+}
+
+// A request is two bytes and its answer a chunk of 64 KiB; "ping" is echoed.
+class BackPressureTest : public ConnectionTest {
+  protected:
+    static constexpr std::uint64_t requests = 1000;
+
+    void SetUp() override {
+        service_.recv = [this](Connection& connection) {
+            while (connection.recv_buffer_size() >= 2) {
+                const std::string request = take(connection, 2);
+                if (!send_back(connection, request == "go" ? chunk(answered_++) : request)) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        start();
+    }
+    void ask_and_not_read(RawSocket& peer) {
+        std::string all;
+        for (std::uint64_t number = 0; number < requests; ++number) {
+            all += "go";
+        }
+        peer.send(all);
+        ASSERT_TRUE(service_.recvs.await(1));
+        ASSERT_TRUE(serves_others());
+    }
+
+    std::atomic<std::uint64_t> answered_ = 0;
+};
+
+TEST_F(BackPressureTest, PeerThatDoesNotReadIsHeldBackAndServedWhenItDoes) {
+    RawSocket peer(port_);
+    ask_and_not_read(peer);
+    EXPECT_LT(processor_time_during(std::chrono::milliseconds(200)), std::chrono::milliseconds(60));
+    EXPECT_LT(answered_, requests / 2);
+    for (std::uint64_t number = 0; number < requests; ++number) {
+        ASSERT_EQ(peer.receive(chunk_size), chunk(number)) << number;
+    }
+    EXPECT_EQ(answered_, requests);
+}
+
+TEST_F(BackPressureTest, HeldPeerThatResetsEnds) {
+    RawSocket peer(port_);
+    ask_and_not_read(peer);
+    peer.reset();
+    EXPECT_TRUE(service_.closes.await(2));
+    EXPECT_LT(answered_, requests);
+}
+
+TEST_F(BackPressureTest, HeldPeerThatHasFinishedSendingGetsEverything) {
+    RawSocket peer(port_);
+    ask_and_not_read(peer);
+    peer.finish_sending();
+    EXPECT_LT(processor_time_during(std::chrono::milliseconds(200)), std::chrono::milliseconds(60));
+    EXPECT_EQ(peer.receive_to_end().size(), requests * chunk_size);
+}
+
+TEST_F(ConnectionTest, SendingStopsAfterFourEmptyCallsAndNoEarlier) {
+    // Appends at the calls 4, 7 and 8 and never again: after three, two and no empty ones.
+    std::atomic<std::uint64_t> calls = 0;
+    service_.send = [&](Connection& connection) {
+        const std::uint64_t call = ++calls;
+        return (call != 4 && call != 7 && call != 8) || send_back(connection, "x");
+    };
+    start();
+    RawSocket peer(port_);
+    EXPECT_EQ(peer.receive(3), "xxx");
+    ASSERT_TRUE(service_.sends.await(12));
+    EXPECT_LT(processor_time_during(std::chrono::milliseconds(100)), std::chrono::milliseconds(40));
+    EXPECT_EQ(calls, 12U);
+    peer.send("again");
+    ASSERT_TRUE(service_.sends.await(16));
+    ASSERT_TRUE(service_.recvs.await(1));
+}
+
+TEST_F(ConnectionTest, PumpFillsUpToTheMarkAndGoesOnAsThePeerReads) {
+    constexpr std::uint64_t chunks = 2000;
+    std::atomic<std::uint64_t> sent = 0;
+    service_.send = [&](Connection& connection) {
+        return sent == chunks || send_back(connection, chunk(sent++));
+    };
+    start();
+    RawSocket peer(port_);
+    EXPECT_TRUE(service_.sends.await(8));
+    EXPECT_LT(sent, chunks);
+    for (std::uint64_t number = 0; number < chunks; ++number) {
+        ASSERT_EQ(peer.receive(chunk_size), chunk(number)) << number;
+    }
+}
+
+TEST_F(ConnectionTest, HalfClosedPeerStillGetsItsAnswerAndTheRestOfTheStream) {
+    std::atomic<std::uint64_t> left = 0;
+    service_.recv = [&](Connection& connection) {
+        take(connection, connection.recv_buffer_size());
+        left = 200;
+        return send_back(connection, "answer");
+    };
+    service_.send = [&](Connection& connection) {
+        return left == 0 || send_back(connection, chunk(left--));
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send("go");
+    peer.finish_sending();
+    EXPECT_EQ(peer.receive_to_end().size(), 6 + 200 * chunk_size);
+    EXPECT_TRUE(service_.closes.await(1));
+}
+
+TEST_F(ConnectionTest, PeerThatOnlyClosesOrResetsIsClosedOnce) {
+    int marker = 0;
+    std::vector<std::uint16_t> ports;
+    service_.accept = [&](Connection& connection, std::uint16_t) {
+        connection.set_user_data(&marker);
+        return true;
+    };
+    service_.close = [&](Connection& connection) {
+        std::string address;
+        std::uint16_t port = 0;
+        EXPECT_TRUE(connection.get_peer_address(address, port));
+        EXPECT_EQ(address, "127.0.0.1");
+        EXPECT_EQ(connection.get_user_data(), &marker);
+        ports.push_back(port);
+    };
+    start();
+    std::vector<std::uint16_t> expected;
+    for (const bool reset : {false, true}) {
+        RawSocket peer(port_);
+        ASSERT_TRUE(service_.accepts.await(expected.size() + 1));
+        expected.push_back(peer.local_port());
+        reset ? peer.reset() : peer.finish_sending();
+        ASSERT_TRUE(service_.closes.await(expected.size()));
+    }
+    loop_.reset();
+    EXPECT_EQ(service_.closes.count(), 2U);
+    EXPECT_EQ(ports, expected);
+}
+
+TEST_F(ConnectionTest, FalseFromACallbackEndsTheConnection) {
+    std::atomic<int> refusing = 0;
+    service_.accept = [&](Connection&, std::uint16_t port) {
+        return port == port_ && refusing != 1;
+    };
+    service_.recv = [&](Connection& connection) {
+        return refusing != 2 && echo(connection);
+    };
+    service_.send = [&](Connection&) {
+        return refusing != 3;
+    };
+    start();
+    for (refusing = 1; refusing <= 3; ++refusing) {
+        RawSocket peer(port_);
+        peer.send("x");
+        EXPECT_TRUE(peer.await_close()) << refusing;
+    }
+    EXPECT_TRUE(service_.closes.await(2));
+    loop_.reset();
+    EXPECT_EQ(service_.closes.count(), 2U);
+}
+
+TEST_F(ConnectionTest, HeadThatIsNotTakenInTimeEndsItsConnectionAlone) {
+    int marker = 0;
+    std::atomic<bool> attach = true;
+    service_.accept = [&](Connection& connection, std::uint16_t) {
+        connection.set_user_data(attach ? &marker : nullptr);
+        return true;
+    };
+    service_.recv = [](Connection& connection) {
+        return connection.recv_buffer_size() < 4 || send_back(connection, take(connection, 4));
+    };
+    settings_.head_limit = std::chrono::milliseconds(150);
+    start();
+    RawSocket with_data(port_);
+    ASSERT_TRUE(service_.accepts.await(1));
+    attach = false;
+    RawSocket silent(port_);
+    RawSocket slow(port_);
+    with_data.send("abc");
+    slow.send("pingGET");
+    EXPECT_EQ(slow.receive(4), "ping");
+    EXPECT_TRUE(slow.await_close());
+    EXPECT_TRUE(service_.closes.await(1));
+    with_data.send("d");
+    EXPECT_EQ(with_data.receive(4), "abcd");
+    silent.send("wait");
+    EXPECT_EQ(silent.receive(4), "wait");
+    EXPECT_EQ(service_.closes.count(), 1U);
+}
+
+TEST_F(ConnectionTest, HeadWithoutEndEndsTheConnection) {
+    service_.recv = [](Connection& connection) {
+        const std::uint64_t size = connection.recv_buffer_size();
+        return size % 2 != 0 || connection.recv_buffer_drop_len(size / 8);
+    };
+    start();
+    RawSocket peer(port_);
+    peer.send(std::string(64 * 1024 + 1, 'x'));
+    EXPECT_TRUE(peer.await_close());
+}
+
+TEST_F(ConnectionTest, SilentConnectionEndsAfterTheIdleLimit) {
+    settings_.idle_limit = std::chrono::milliseconds(100);
+    start();
+    RawSocket peer(port_);
+    EXPECT_TRUE(peer.await_close());
+    EXPECT_TRUE(service_.closes.await(1));
+}
+
+TEST_F(ConnectionTest, SpentMemoryRefusesTheGreedyAndServesTheSmall) {
+    std::atomic<std::uint64_t> taken = 0;
+    service_.recv = [&](Connection& connection) {
+        const std::string request = take(connection, connection.recv_buffer_size());
+        if (request == "greedy") {
+            for (; taken < 400 && send_back(connection, chunk(0)); ++taken) {
+            }
+            return send_back(connection, "end") || true;
+        }
+        return send_back(connection, request);
+    };
+    settings_.memory_budget = 4 * 1024 * 1024;
+    start();
+    RawSocket greedy(port_);
+    greedy.send("greedy");
+    ASSERT_TRUE(service_.recvs.await(1));
+    EXPECT_TRUE(serves_others());
+    EXPECT_LT(taken * chunk_size, settings_.memory_budget);
+    EXPECT_GT(taken * chunk_size, settings_.memory_budget / 2);
+    EXPECT_EQ(greedy.receive(taken * chunk_size).size(), taken * chunk_size);
+}
+
+}  // namespace
+}  // namespace kestin_net_test
