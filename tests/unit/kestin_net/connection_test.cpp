@@ -40,6 +40,14 @@ class ConnectionTest : public testing::Test {
         EXPECT_EQ(service_.overlaps.count(), 0U);
     }
 
+    // Makes every connection one to which the service attached something.
+    void attach_user_data() {
+        service_.accept = [this](Connection& connection, std::uint16_t) {
+            connection.set_user_data(&marker_);
+            return true;
+        };
+    }
+
     // Whether a small request of another connection is answered now; needs a service that echoes
     // what begins with "ping".
     bool serves_others() {
@@ -51,6 +59,7 @@ class ConnectionTest : public testing::Test {
     Settings settings_;
     std::uint16_t port_ = support::free_port();
     std::unique_ptr<EventLoop> loop_;
+    int marker_ = 0;
 };
 
 TEST_F(ConnectionTest, CallbacksOfDifferentConnectionsRunAtTheSameTime) {
@@ -136,6 +145,7 @@ TEST_F(ConnectionTest, BufferOperationsBeyondWhatWaitsChangeNothing) {
 TEST_F(ConnectionTest, FrameOf64MebibytesFitsAndTheNextOneToo) {
     constexpr std::uint64_t frame = 16 + 64 * 1024 * 1024;
     std::atomic<std::uint64_t> wrong = 0;
+    attach_user_data();
     service_.recv = [&](Connection& connection) {
         while (connection.recv_buffer_size() >= frame) {
             const std::string bytes = take(connection, frame);
@@ -155,11 +165,7 @@ TEST_F(ConnectionTest, FrameOf64MebibytesFitsAndTheNextOneToo) {
 }
 
 TEST_F(ConnectionTest, FrameThatCantFitEndsTheConnection) {
-    int marker = 0;
-    service_.accept = [&](Connection& connection, std::uint16_t) {
-        connection.set_user_data(&marker);
-        return true;
-    };
+    attach_user_data();
     service_.recv = [](Connection&) {
         return true;
     };
@@ -312,18 +318,14 @@ TEST_F(ConnectionTest, HalfClosedPeerStillGetsItsAnswerAndTheRestOfTheStream) {
 }
 
 TEST_F(ConnectionTest, PeerThatOnlyClosesOrResetsIsClosedOnce) {
-    int marker = 0;
     std::vector<std::uint16_t> ports;
-    service_.accept = [&](Connection& connection, std::uint16_t) {
-        connection.set_user_data(&marker);
-        return true;
-    };
+    attach_user_data();
     service_.close = [&](Connection& connection) {
         std::string address;
         std::uint16_t port = 0;
         EXPECT_TRUE(connection.get_peer_address(address, port));
         EXPECT_EQ(address, "127.0.0.1");
-        EXPECT_EQ(connection.get_user_data(), &marker);
+        EXPECT_EQ(connection.get_user_data(), &marker_);
         ports.push_back(port);
     };
     start();
@@ -363,10 +365,9 @@ TEST_F(ConnectionTest, FalseFromACallbackEndsTheConnection) {
 }
 
 TEST_F(ConnectionTest, HeadThatIsNotTakenInTimeEndsItsConnectionAlone) {
-    int marker = 0;
     std::atomic<bool> attach = true;
     service_.accept = [&](Connection& connection, std::uint16_t) {
-        connection.set_user_data(attach ? &marker : nullptr);
+        connection.set_user_data(attach ? &marker_ : nullptr);
         return true;
     };
     service_.recv = [](Connection& connection) {
@@ -392,13 +393,14 @@ TEST_F(ConnectionTest, HeadThatIsNotTakenInTimeEndsItsConnectionAlone) {
 }
 
 TEST_F(ConnectionTest, HeadWithoutEndEndsTheConnection) {
-    service_.recv = [](Connection& connection) {
-        const std::uint64_t size = connection.recv_buffer_size();
-        return size % 2 != 0 || connection.recv_buffer_drop_len(size / 8);
+    std::atomic<bool> answered = false;
+    service_.recv = [&](Connection& connection) {
+        return answered.exchange(true) || send_back(connection, take(connection, 4));
     };
     start();
     RawSocket peer(port_);
-    peer.send(std::string(64 * 1024 + 1, 'x'));
+    peer.send("ping" + std::string(64 * 1024 + 1, 'x'));
+    EXPECT_EQ(peer.receive(4), "ping");
     EXPECT_TRUE(peer.await_close());
 }
 
