@@ -16,6 +16,7 @@ enum class ErrorKind {
     refused,          // the server answered with a failing status
     bad_answer,       // the peer doesn't speak this protocol
     invalid_request,  // what was asked for does not fit the wire
+    missing_file,     // a file of this machine, or the folder to put it in, doesn't exist
     local_file,       // a file of this machine couldn't be read or written
     file_changed,     // the source changed while it was on its way
     cancelled,        // the caller's wish

@@ -1,0 +1,43 @@
+#include "client/cli/names.h"
+
+namespace transmit::cli {
+namespace {
+
+bool is_usable(std::string_view name) {
+    return !name.empty() && name != "." && name != "..";
+}
+
+std::string last_component(std::string_view path, std::string_view separators) {
+    const auto end = path.find_last_not_of(separators);
+    if (end == std::string_view::npos) {
+        return {};
+    }
+    path = path.substr(0, end + 1);
+    const auto separator = path.find_last_of(separators);
+    return std::string(separator == std::string_view::npos ? path : path.substr(separator + 1));
+}
+
+}  // namespace
+
+std::string remote_name(std::string_view path) {
+    std::string name = last_component(path, "/\\");
+    return is_usable(name) ? name : std::string();
+}
+
+std::string local_name(std::string_view path) {
+    std::string name = last_component(path, "/");
+    return is_usable(name) && name.find('\\') == std::string::npos ? name : std::string();
+}
+
+std::string joined(std::string folder, std::string_view name) {
+    if (!folder.empty() && !ends_in_separator(folder)) {
+        folder += '/';
+    }
+    return folder.append(name);
+}
+
+bool ends_in_separator(std::string_view path) {
+    return !path.empty() && (path.back() == '/' || path.back() == '\\');
+}
+
+}  // namespace transmit::cli
