@@ -1,5 +1,7 @@
 #include "kestin_base/strings.h"
 
+#include <utility>
+
 namespace Kestin::Base {
 
 void kestin_string_trim(std::string& text, const char* trim_chars) {
@@ -7,9 +9,10 @@ void kestin_string_trim(std::string& text, const char* trim_chars) {
     text.erase(0, text.find_first_not_of(trim_chars));
 }
 
-StringSplitter::StringSplitter(const std::string& source, const std::string& trim_chars,
-                               const std::string& delimiters)
-    : source_(source), trim_chars_(trim_chars), delimiters_(delimiters) {
+StringSplitter::StringSplitter(std::string source, std::string trim_chars, std::string delimiters)
+    : source_(std::move(source)),
+      trim_chars_(std::move(trim_chars)),
+      delimiters_(std::move(delimiters)) {
 }
 
 bool StringSplitter::eof() const {

@@ -19,8 +19,7 @@ void kestin_string_trim(std::string& text, const char* trim_chars);
 // of n delimiters has n + 1 pieces.
 class StringSplitter : private Uncopy {
   public:
-    StringSplitter(const std::string& source, const std::string& trim_chars,
-                   const std::string& delimiters);
+    StringSplitter(std::string source, std::string trim_chars, std::string delimiters);
 
     bool eof() const;
     StringSplitter& operator>>(std::string& piece);

@@ -13,7 +13,7 @@ namespace Kestin::Base::detail {
 namespace {
 
 constexpr std::uint64_t last_level = 4;
-constexpr std::uint64_t max_size_mib = 1024 * 1024;
+constexpr std::uint64_t max_size_mib = 1 << 20U;
 constexpr std::uint64_t max_count = 1000;
 
 // A section as far as it has been read.

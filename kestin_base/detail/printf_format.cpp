@@ -1,7 +1,6 @@
 #include "kestin_base/detail/printf_format.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <string_view>
 
@@ -27,19 +26,21 @@ std::string system_format(std::string_view format) {
 }  // namespace
 
 std::string format_text(const char* format, va_list arguments) {
+    constexpr std::size_t usual_length = 255;
     const std::string known = system_format(format);
-    va_list again;
-    va_copy(again, arguments);
-    std::array<char, 512> place;
-    const int length = std::vsnprintf(place.data(), place.size(), known.c_str(), arguments);
-    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
-    if (text.size() < place.size()) {
-        std::copy_n(place.data(), text.size(), text.data());
-    } else {
-        std::vsnprintf(text.data(), text.size() + 1, known.c_str(), again);
+    std::string text(usual_length, '\0');
+    for (;;) {
+        va_list copy;
+        va_copy(copy, arguments);
+        const int printed = std::vsnprintf(text.data(), text.size() + 1, known.c_str(), copy);
+        va_end(copy);
+        const auto length = static_cast<std::size_t>(std::max(printed, 0));
+        const bool fits = length <= text.size();
+        text.resize(length);
+        if (fits) {
+            return text;
+        }
     }
-    va_end(again);
-    return text;
 }
 
 std::uint64_t format_into(char* buffer, std::uint64_t size, const char* format, ...) {
