@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "kestin_net/tcp_connection_base.h"
+
+namespace support {
+
+// A connection without a socket, for the callbacks of a service: the test plays the peer and makes
+// the faults that no real socket makes on demand.
+class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
+  public:
+    // What the peer sends, and what has been sent to it since the last `take_sent`.
+    void feed(std::string_view bytes) { received_ += bytes; }
+    std::string take_sent() { return std::exchange(sent_, {}); }
+
+    // What the service has left in the receive buffer, and the last hint that it gave.
+    const std::string& received() const { return received_; }
+    std::uint64_t needed() const { return needed_; }
+
+    // While set, the operation fails and changes nothing.
+    bool fail_copy = false;
+    bool fail_move = false;
+    bool fail_drop = false;
+    bool fail_fill = false;
+    // The bytes that the send buffer holds before the rest of what came is held back.
+    std::uint64_t send_mark = UINT64_MAX;
+
+    std::string peer_address = "127.0.0.1";
+    std::uint16_t peer_port = 40000;
+
+    bool get_peer_address(std::string& address, std::uint16_t& port) override {
+        address = peer_address;
+        port = peer_port;
+        return true;
+    }
+    std::uint64_t recv_buffer_size() override {
+        return sent_.size() > send_mark ? 0 : received_.size();
+    }
+    bool recv_buffer_copy_len(void* destination, std::uint64_t length) override {
+        return !fail_copy && copy_front(destination, length);
+    }
+    bool recv_buffer_move_len(void* destination, std::uint64_t length) override {
+        return !fail_move && copy_front(destination, length) && drop_front(length);
+    }
+    bool recv_buffer_drop_len(std::uint64_t length) override {
+        return !fail_drop && drop_front(length);
+    }
+    bool recv_buffer_need_len(std::uint64_t length) override {
+        needed_ = length;
+        return true;
+    }
+    bool send_buffer_fill_len(const void* data, std::uint64_t length) override {
+        if (!fail_fill) {
+            sent_.append(static_cast<const char*>(data), length);
+        }
+        return !fail_fill;
+    }
+
+  private:
+    bool copy_front(void* destination, std::uint64_t length) const {
+        if (length > received_.size()) {
+            return false;
+        }
+        std::memcpy(destination, received_.data(), length);
+        return true;
+    }
+    bool drop_front(std::uint64_t length) {
+        if (length > received_.size()) {
+            return false;
+        }
+        received_.erase(0, length);
+        return true;
+    }
+
+    std::string received_;
+    std::string sent_;
+    std::uint64_t needed_ = 0;
+};
+
+}  // namespace support
