@@ -63,10 +63,7 @@ bool kestin_same_file(const char* one, const char* other) {
 
 bool kestin_chmod_safe(const char* path) {
     struct stat facts {};
-    if (!examine_link(path, facts)) {
-        return false;
-    }
-    return S_ISLNK(facts.st_mode) || detail::grant_owner(AT_FDCWD, path, facts.st_mode, S_IWUSR);
+    return examine_link(path, facts) && detail::grant_owner(AT_FDCWD, path, facts.st_mode, S_IWUSR);
 }
 
 bool kestin_unlink_safe(const char* path) {
