@@ -20,14 +20,17 @@ class Elements {
   public:
     explicit Elements(std::string_view document) : reader_(open(document), &xmlFreeTextReader) {}
 
-    // On to the next element: 1, 0 at the document's end, -1 if it is ill-formed.
+    // On to the next element: 1, 0 at the document's end, -1 if it is ill-formed or defines
+    // anything of its own.
     int next() {
         if (!reader_) {
             return -1;
         }
         int outcome = xmlTextReaderRead(reader_.get());
         while (outcome == 1 && !at_child()) {
-            outcome = xmlTextReaderRead(reader_.get());
+            outcome = node_type() == XML_READER_TYPE_DOCUMENT_TYPE
+                          ? -1
+                          : xmlTextReaderRead(reader_.get());
         }
         return outcome;
     }
@@ -58,9 +61,10 @@ class Elements {
         return reinterpret_cast<const char*>(value);
     }
 
+    int node_type() const { return xmlTextReaderNodeType(reader_.get()); }
+
     bool at_child() const {
-        return xmlTextReaderNodeType(reader_.get()) == XML_READER_TYPE_ELEMENT &&
-               xmlTextReaderDepth(reader_.get()) == 1;
+        return node_type() == XML_READER_TYPE_ELEMENT && xmlTextReaderDepth(reader_.get()) == 1;
     }
 
     std::unique_ptr<xmlTextReader, decltype(&xmlFreeTextReader)> reader_;

@@ -122,22 +122,23 @@ TEST(Listing, RefusesWhatIsNone) {
           R"(<root><file name="a" size="1x" time="0"/></root>)",
           R"(<root><file name="a" size="99999999999999999999" time="0"/></root>)",
           "<root><folder name=\"\xFF\"/></root>", "<root/><root/>",
-          "<!DOCTYPE root SYSTEM \"file:///etc/hostname\"><root>&amp;&x;</root>"}) {
+          "<!DOCTYPE root SYSTEM \"file:///etc/hostname\"><root/>"}) {
         const auto entries = transmit::parse_listing(document);
         ASSERT_FALSE(entries) << document;
         EXPECT_EQ(entries.error().kind, ErrorKind::bad_answer);
     }
 }
 
+// Parsers have limits against hostile documents, of 10 MB as a rule.
 TEST(Listing, HoldsAVeryLargeFolder) {
+    const std::string name(200, 'n');
     std::string document = "<root>";
-    for (int index = 0; index < 300'000; ++index) {
-        document += R"(<file name="a file with a name of some length )" + std::to_string(index) +
-                    R"(" size="1" time="0"/>)";
+    for (int index = 0; index < 60'000; ++index) {
+        document.append("<file name=\"").append(name).append("\" size=\"1\" time=\"0\"/>");
     }
     const auto entries = transmit::parse_listing(document + "</root>");
     ASSERT_TRUE(entries) << entries.error().text;
-    EXPECT_EQ(entries->size(), 300'000U);
+    EXPECT_EQ(entries->size(), 60'000U);
 }
 
 }  // namespace

@@ -67,7 +67,9 @@ ScriptedPeer::ScriptedPeer(std::vector<Script> scripts)
     thread_ = std::thread([this] { play_all(); });
 }
 
-ScriptedPeer::~ScriptedPeer() { played(); }
+ScriptedPeer::~ScriptedPeer() {
+    played();
+}
 
 std::size_t ScriptedPeer::played() {
     if (thread_.joinable()) {

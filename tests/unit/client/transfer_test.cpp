@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -43,7 +44,10 @@ std::int64_t time_of(const std::string& path) {
 
 void prepare_upload(PeerConnection& peer, std::uint16_t status, std::int64_t offset = 0) {
     peer.expect<message::UploadFilePrepare>();
-    peer.answer<message::UploadFilePrepare>({.type = 0, .status = status, .offset = offset});
+    message::UploadFilePrepareResponse response{};
+    response.status = status;
+    response.offset = offset;
+    peer.answer<message::UploadFilePrepare>(response);
 }
 
 // Takes data messages until `size` bytes have come.
@@ -70,12 +74,20 @@ void send_block(PeerConnection& peer, std::string_view data,
     peer.send(bytes_of(header) + std::string(data));
 }
 
+void prepare_download(PeerConnection& peer, std::uint16_t status, std::size_t size = 0,
+                      std::int64_t time = source_time) {
+    peer.expect<message::DownloadFilePrepare>();
+    message::DownloadFilePrepareResponse response{};
+    response.status = status;
+    response.file_size = static_cast<std::int64_t>(size);
+    response.file_time = time;
+    peer.answer<message::DownloadFilePrepare>(response);
+}
+
 // The whole conversation up to the data request, whose offset it gives.
 std::int64_t start_download(PeerConnection& peer, std::size_t size,
                             std::int64_t time = source_time) {
-    peer.expect<message::DownloadFilePrepare>();
-    peer.answer<message::DownloadFilePrepare>(
-        {.type = 0, .status = 0, .file_size = static_cast<std::int64_t>(size), .file_time = time});
+    prepare_download(peer, message::status_ok, size, time);
     return peer.expect<message::DownloadFileData>().offset;
 }
 
@@ -181,8 +193,9 @@ TEST_F(Transfer, UploadThatTheServerHasSendsNothing) {
 }
 
 TEST_F(Transfer, UploadEndsWithTheStatusOfARefusal) {
-    ScriptedPeer at_prepare(
-        {[](PeerConnection& peer) { prepare_upload(peer, message::status_path_is_directory); }});
+    ScriptedPeer at_prepare({[](PeerConnection& peer) {
+        prepare_upload(peer, message::status_path_is_directory);
+    }});
     EXPECT_EQ(upload(at_prepare).error().status, message::status_path_is_directory);
 
     ScriptedPeer at_finish({[](PeerConnection& peer) {
@@ -242,9 +255,8 @@ TEST_F(Transfer, DownloadResumesItsPartAfterABrokenConnection) {
     ScriptedPeer peer({[&](PeerConnection& connection) {
                            EXPECT_EQ(start_download(connection, content_.size()), 0);
                            send_block(connection, content_.substr(0, 65'536));
-                           connection.send(
-                               bytes_of(message::DataResponse{9, 0, 65'536}) +
-                               content_.substr(65'536, 1000));
+                           connection.send(bytes_of(message::DataResponse{9, 0, 65'536}) +
+                                           content_.substr(65'536, 1000));
                        },
                        [&](PeerConnection& connection) {
                            resumed = start_download(connection, content_.size());
@@ -307,10 +319,8 @@ TEST_F(Transfer, DownloadOfAnotherLengthThanAnnouncedNeverTakesTheTargetsName) {
 }
 
 TEST_F(Transfer, DownloadEndsWithTheStatusOfARefusal) {
-    ScriptedPeer peer({[&](PeerConnection& connection) {
-        connection.expect<message::DownloadFilePrepare>();
-        connection.answer<message::DownloadFilePrepare>(
-            {.type = 0, .status = message::status_access_failed, .file_size = 0, .file_time = 0});
+    ScriptedPeer peer({[](PeerConnection& server) {
+        prepare_download(server, message::status_access_failed);
     }});
     EXPECT_EQ(download(peer).error().status, message::status_access_failed);
     EXPECT_EQ(names(), std::vector<std::string>{"source.bin"});
@@ -340,7 +350,9 @@ TEST_F(Transfer, DownloadDistrustsWhatStandsBetweenTheBlocks) {
 }
 
 TEST_F(Transfer, OnlyOneDownloadAtATimeWritesAPart) {
-    ScriptedPeer inner({[&](PeerConnection& peer) { start_download(peer, content_.size()); }});
+    ScriptedPeer inner({[&](PeerConnection& peer) {
+        start_download(peer, content_.size());
+    }});
     ScriptedPeer outer({[&](PeerConnection& connection) {
         start_download(connection, content_.size());
         const auto second = download(inner);
