@@ -228,7 +228,7 @@ pageTest('every width from 360 pixels holds the page', async (port, page) => {
   port.show([{ ...upload, ip: '198.51.100.124', filename: `/srv/${'folder/'.repeat(30)}${'x'.repeat(200)}` },
     { ...download, user_info: `{"id":"${'y'.repeat(300)}"}` }, idle]);
   await page.until(rowsAre(3));
-  for (const width of [360, 640, 800, 1000, 1280, 1920]) {
+  for (const width of [360, 640, 800, 1000, 1200, 1280, 1920]) {
     await page.resize(width, 800);
     assert.ok(await page.evaluate('document.documentElement.scrollWidth') <= width, `${width}`);
     await page.screenshot(`width-${width}`);
