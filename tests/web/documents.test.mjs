@@ -63,6 +63,7 @@ test('a record is told to be repaired if it was no valid JSON', () => {
   const repaired = (fields) => readTransmitList(listDocument([{ ...ann, ...fields }])).clients[0].repaired;
   assert.equal(repaired({}), false);
   assert.equal(repaired({ filename: 'back\\slash' }), false);
+  assert.equal(repaired({ user_info: '{"brace":"}","other":"{"}' }), false);
   assert.equal(repaired({ filename: 'a"b' }), true);
   assert.equal(repaired({ user_info: '{"a":' }), true);
 });
@@ -96,9 +97,9 @@ test('a record of another shape is set aside as it stands', () => {
 });
 
 test('thousands of broken records are read in a moment', () => {
-  const broken = { ...ann, filename: '"'.repeat(1000), user_info: `{${'"{'.repeat(500)}}` };
+  const broken = { ...ann, filename: '"'.repeat(1000), user_info: `${'{'.repeat(1000)}}` };
   const begun = performance.now();
-  assert.equal(readTransmitList(listDocument(Array(5000).fill(broken))).clients.length, 5000);
+  assert.equal(readTransmitList(listDocument(Array(2000).fill(broken))).clients.length, 2000);
   assert.ok(performance.now() - begun < 3000);
 });
 

@@ -113,8 +113,10 @@ function pollerUnderTest() {
     onFailure: (error) => reports.push(error.message),
     interval: 1,
   });
-  const next = () => (asked.length > 0 ? Promise.resolve(asked.shift())
-    : new Promise((resolve) => { arrived = () => resolve(asked.shift()); }));
+  const next = async () => {
+    if (asked.length === 0) await new Promise((resolve) => { arrived = resolve; });
+    return asked.shift();
+  };
   return { poller, asked, reports, next };
 }
 

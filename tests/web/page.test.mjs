@@ -164,7 +164,7 @@ pageTest('a hidden or paused page asks nothing', async (port, page) => {
   }`);
   const asksNothing = async () => {
     const asked = port.listRequests;
-    await new Promise((resolve) => { setTimeout(resolve, 1500); });
+    await new Promise((resolve) => { setTimeout(resolve, 2500); });
     assert.ok(port.listRequests <= asked + 1, 'only what was under way');
     return port.listRequests;
   };
