@@ -414,24 +414,29 @@ TEST_F(ConnectionTest, SilentConnectionEndsAfterTheIdleLimit) {
 
 TEST_F(ConnectionTest, SpentMemoryRefusesTheGreedyAndServesTheSmall) {
     std::atomic<std::uint64_t> taken = 0;
+    Tally refusals;
     service_.recv = [&](Connection& connection) {
         const std::string request = take(connection, connection.recv_buffer_size());
-        if (request == "greedy") {
-            for (; taken < 400 && send_back(connection, chunk(0)); ++taken) {
-            }
-            return send_back(connection, "end") || true;
+        if (request != "greedy") {
+            return send_back(connection, request);
         }
-        return send_back(connection, request);
+        while (send_back(connection, chunk(taken))) {
+            ++taken;
+        }
+        refusals.add();
+        return true;
     };
     settings_.memory_budget = 4 * 1024 * 1024;
     start();
     RawSocket greedy(port_);
     greedy.send("greedy");
-    ASSERT_TRUE(service_.recvs.await(1));
+    ASSERT_TRUE(refusals.await(1));
     EXPECT_TRUE(serves_others());
     EXPECT_LT(taken * chunk_size, settings_.memory_budget);
     EXPECT_GT(taken * chunk_size, settings_.memory_budget / 2);
-    EXPECT_EQ(greedy.receive(taken * chunk_size).size(), taken * chunk_size);
+    for (std::uint64_t number = 0; number < taken; ++number) {
+        ASSERT_EQ(greedy.receive(chunk_size), chunk(number)) << number;
+    }
 }
 
 }  // namespace

@@ -109,7 +109,7 @@ TEST_F(TcpManagerTest, ExitWaitsForRunningCallbacksAndClosesEveryConnection) {
         peers.push_back(std::make_unique<RawSocket>(port_));
     }
     ASSERT_TRUE(service_.accepts.await(connections));
-    for (int busy = 0; busy < 3; ++busy) {
+    for (std::size_t busy = 0; busy < 3; ++busy) {
         peers[busy]->send("x");
     }
     ASSERT_TRUE(service_.recvs.await(3));
