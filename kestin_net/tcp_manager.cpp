@@ -1,10 +1,17 @@
 #include "kestin_net/tcp_manager.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "kestin_net/detail/event_loop.h"
 
 namespace Kestin::Net {
+namespace {
+
+// A year, which the clock's nanoseconds can still tell.
+constexpr std::uint64_t longest_idle_seconds = 365 * 24 * 60 * 60;
+
+}  // namespace
 
 TcpManager::TcpManager() = default;
 TcpManager::~TcpManager() {
@@ -22,7 +29,7 @@ bool TcpManager::init(std::uint64_t idle_seconds, std::uint64_t thread_count,
         return false;
     }
     detail::Settings settings;
-    settings.idle_limit = std::chrono::seconds(idle_seconds);
+    settings.idle_limit = std::chrono::seconds(std::min(idle_seconds, longest_idle_seconds));
     settings.thread_count = thread_count;
     loop_ = std::make_unique<detail::EventLoop>(*service_, settings);
     if (!loop_->start({ports, port_count})) {

@@ -27,6 +27,8 @@ class Poller {
     void stop();
 
   private:
+    bool watch_stop_event();
+
     Descriptor epoll_;
     Descriptor stop_event_;
 };

@@ -439,5 +439,20 @@ TEST_F(ConnectionTest, SpentMemoryRefusesTheGreedyAndServesTheSmall) {
     }
 }
 
+TEST_F(ConnectionTest, WithoutMemoryLeftOnlyWhatTheFloorHoldsIsServed) {
+    attach_user_data();
+    service_.recv = [](Connection& connection) {
+        return connection.recv_buffer_size() > 10000 || echo(connection);
+    };
+    settings_.memory_budget = 0;
+    start();
+    RawSocket large(port_);
+    large.send(std::string(20000, 'x'));
+    EXPECT_TRUE(serves_others());
+    large.send(std::string(20000, 'x'));
+    EXPECT_TRUE(large.await_close());
+    EXPECT_TRUE(serves_others());
+}
+
 }  // namespace
 }  // namespace kestin_net_test
