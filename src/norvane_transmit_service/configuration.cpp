@@ -101,7 +101,7 @@ Fault read_element(Xml& document, const Element<Target>& element, Target& target
 
 Fault read_elements(Xml& document, const auto& elements, auto& target) {
     for (const auto& element : elements) {
-        if (const Fault fault = read_element(document, element, target)) {
+        if (Fault fault = read_element(document, element, target)) {
             return fault;
         }
     }
@@ -113,7 +113,7 @@ Fault read_inside(Xml& document, const char* name, auto read) {
     if (!document.into_element(name)) {
         return failed("into_element", name);
     }
-    if (const Fault fault = read()) {
+    if (Fault fault = read()) {
         return fault;
     }
     return document.outof_element() ? Fault{} : failed("outof_element", name);
@@ -145,7 +145,7 @@ Fault read_storages(Xml& document, StorageTable& storages) {
         std::string item;
         while (document.get_sub_document(item)) {
             Storage storage;
-            if (const Fault fault = read_storage(item, storage)) {
+            if (Fault fault = read_storage(item, storage)) {
                 return fault;
             }
             storages.insert_or_assign(storage.id, storage);

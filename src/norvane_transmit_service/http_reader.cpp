@@ -33,35 +33,39 @@ bool NorvaneTransmitService::serve_http_requests(Kestin::Net::TcpConnectionBase&
                                                  const std::string& bytes,
                                                  bool stop_on_handler_failure) {
     HttpScanner scanner(bytes);
-    for (;;) {
-        const HttpStep step = scanner.next();
-        if (step.kind == HttpStep::Kind::invalid) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "invalid http data: {%s}", bytes.c_str());
-            return false;
-        }
-        if (step.kind == HttpStep::Kind::too_long) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "http head too long");
-            return false;
-        }
-        if (step.kind == HttpStep::Kind::request) {
-            // The answers before this one wait unread, and one more could be refused: the substrate
-            // holds the rest back and offers it again when the peer has read.
-            if (connection.recv_buffer_size() == 0) {
-                return true;
-            }
-            if (!handle_http(&connection, std::string(step.url))) {
-                kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "handle_http error");
-                if (stop_on_handler_failure) {
-                    return false;
-                }
-            }
-        }
-        if (!connection.recv_buffer_drop_len(step.drop)) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "recv_buffer_drop_len failed");
-            return false;
-        }
-        if (step.kind == HttpStep::Kind::wait) {
+    HttpStep step = scanner.next();
+    for (; step.kind == HttpStep::Kind::request; step = scanner.next()) {
+        // The peer leaves the answers before this one unread, and one more could be refused: the
+        // substrate holds the rest back, and offers it again when the peer has read.
+        if (connection.recv_buffer_size() == 0) {
             return true;
         }
+        if (!handle_http(&connection, std::string(step.url))) {
+            kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "handle_http error");
+            if (stop_on_handler_failure) {
+                return false;
+            }
+        }
+        if (!drop_http_data(connection, step.drop)) {
+            return false;
+        }
     }
+    if (step.kind == HttpStep::Kind::wait) {
+        return drop_http_data(connection, step.drop);
+    }
+    if (step.kind == HttpStep::Kind::too_long) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "http head too long");
+    } else {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "invalid http data: {%s}", bytes.c_str());
+    }
+    return false;
+}
+
+bool NorvaneTransmitService::drop_http_data(Kestin::Net::TcpConnectionBase& connection,
+                                            std::uint64_t length) {
+    const bool dropped = connection.recv_buffer_drop_len(length);
+    if (!dropped) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "recv_buffer_drop_len failed");
+    }
+    return dropped;
 }

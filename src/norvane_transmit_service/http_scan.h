@@ -26,7 +26,7 @@ struct HttpStep {
 class HttpScanner {
   public:
     // A head that has more bytes than this, and still no end, ends the connection.
-    static constexpr std::size_t head_limit = 64 * 1024;
+    static constexpr std::size_t head_limit = std::size_t{64} * 1024;
 
     explicit HttpScanner(std::string_view bytes) : bytes_(bytes) {}
 

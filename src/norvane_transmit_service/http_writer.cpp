@@ -2,6 +2,14 @@
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 #include "src/shared/log_place.h"
 
+namespace {
+
+std::string line(const std::string& text) {
+    return text + "\r\n";
+}
+
+}  // namespace
+
 // Head and body in one piece: an answer has no continuation in on_send.
 bool NorvaneTransmitService::send_http_data(Kestin::Net::TcpConnectionBase* connection,
                                             const void* data, std::uint64_t size,
@@ -11,15 +19,9 @@ bool NorvaneTransmitService::send_http_data(Kestin::Net::TcpConnectionBase* conn
         kestin_run_log(KESTIN_LOG_DEBUG, LOG_PLACE, "connection is nullptr");
         return false;
     }
-    std::string answer = "HTTP/1.1 " + status +
-                         "\r\n"
-                         "Access-Control-Allow-Origin: *\r\n"
-                         "Connection: close\r\n"
-                         "Content-Type: " +
-                         content_type +
-                         "\r\n"
-                         "Content-Length: " +
-                         std::to_string(size) + "\r\n\r\n";
+    std::string answer = line("HTTP/1.1 " + status) + line("Access-Control-Allow-Origin: *") +
+                         line("Connection: close") + line("Content-Type: " + content_type) +
+                         line("Content-Length: " + std::to_string(size)) + line("");
     answer.append(static_cast<const char*>(data), size);
     if (!connection->send_buffer_fill_len(answer.data(), answer.size())) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "send_buffer_fill_len failed");

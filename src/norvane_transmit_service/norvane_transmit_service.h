@@ -78,10 +78,12 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     void release_all_nodes();
     void clear_upload_files();
 
-    // The command port. Each answer goes out whole; false: it couldn't be sent.
+    // The command port. Of the readers a false ends the connection; of all that answer it means
+    // that the answer, which goes out whole or not at all, couldn't be sent.
     bool recv_http_data(Kestin::Net::TcpConnectionBase* connection, bool stop_on_handler_failure);
     bool serve_http_requests(Kestin::Net::TcpConnectionBase& connection, const std::string& bytes,
                              bool stop_on_handler_failure);
+    static bool drop_http_data(Kestin::Net::TcpConnectionBase& connection, std::uint64_t length);
     bool handle_http(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
     bool answer_command(Kestin::Net::TcpConnectionBase* connection, const std::string& text);
     bool answer_file(Kestin::Net::TcpConnectionBase* connection, const std::string& url);

@@ -5,7 +5,7 @@
 #include <map>
 
 #include "kestin_base/xml.h"
-#include "tests/unit/src/running_service.h"
+#include "tests/unit/src/served_root.h"
 
 namespace {
 
@@ -196,27 +196,25 @@ TEST(Configuration, AFaultOfOneStorageIsAFaultOfTheList) {
     EXPECT_EQ(configuration::read_storages(xml, storages), "into_element <storages> failed");
 }
 
-class ConfigurationFiles : public RunningService {};
-
-TEST_F(ConfigurationFiles, AMissingFileIsToldWithItsNameAtLevelCritical) {
-    EXPECT_FALSE(service.init(root()));
-    EXPECT_NE(run_log().find("Critical src/norvane_transmit_service "
-                             "NorvaneTransmitService::parse_configuration"),
+TEST(ConfigurationFiles, AMissingFileIsToldWithItsNameAtLevelCritical) {
+    const ServedRoot served;
+    EXPECT_FALSE(served.service().init(served.root() + "none/"));
+    EXPECT_NE(served.run_log().find("Critical src/norvane_transmit_service "
+                                    "NorvaneTransmitService::parse_configuration"),
               std::string::npos);
-    EXPECT_NE(run_log().find("load failed, filename:{" + root() + "cfg/config.xml}"),
-              std::string::npos);
-    EXPECT_NE(run_log().find("   Error src/norvane_transmit_service "
-                             "NorvaneTransmitService::"),
-              std::string::npos);
-    EXPECT_NE(run_log().find("tcp transmit service init failure: parse configuration failure"),
-              std::string::npos);
+    EXPECT_NE(
+        served.run_log().find("load failed, filename:{" + served.root() + "none/cfg/config.xml}"),
+        std::string::npos);
 }
 
-TEST_F(ConfigurationFiles, AFaultIsToldInTheRunLogAndLeavesTheServiceStopped) {
-    EXPECT_FALSE(start({.use_user_id = "1"}));
-    EXPECT_NE(run_log().find("get_element <use_user_id> failed"), std::string::npos);
-    support::ScriptedConnection connection;
-    EXPECT_FALSE(service.on_accept(&connection, other_port));
-    EXPECT_TRUE(start({}));
-    EXPECT_TRUE(service.on_accept(&connection, other_port));
+TEST(ConfigurationFiles, AFaultIsToldInTheRunLogAndLeavesTheServiceStopped) {
+    const ServedRoot served;
+    EXPECT_FALSE(served.start({.use_user_id = "1"}));
+    EXPECT_NE(served.run_log().find("get_element <use_user_id> failed"), std::string::npos);
+    EXPECT_NE(
+        served.run_log().find("tcp transmit service init failure: parse configuration failure"),
+        std::string::npos);
+    EXPECT_FALSE(served.service().is_storage_valid(1));
+    EXPECT_TRUE(served.start({}));
+    EXPECT_TRUE(served.service().is_storage_valid(1));
 }

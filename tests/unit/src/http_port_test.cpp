@@ -3,7 +3,8 @@
 
 #include <filesystem>
 
-#include "tests/unit/src/running_service.h"
+#include "tests/support/scripted_connection.h"
+#include "tests/unit/src/served_root.h"
 
 namespace {
 
@@ -25,15 +26,14 @@ std::string request(const std::string& url) {
 
 const std::string not_found = status_page("404 Not Found");
 
-class HttpPort : public RunningService {
+class HttpPort : public testing::Test {
   protected:
     HttpPort() {
-        EXPECT_TRUE(start({}));
-        EXPECT_TRUE(service.on_accept(&connection, other_port));
+        EXPECT_TRUE(service.on_accept(&connection, served_.command_port()));
         write("main.html", "<h1>main</h1>");
     }
 
-    std::string www() const { return root() + "www/"; }
+    std::string www() const { return served_.root() + "www/"; }
     void write(const std::string& name, const std::string& content) const {
         support::write_file(www() + name, content);
     }
@@ -45,6 +45,8 @@ class HttpPort : public RunningService {
     }
     std::string get(const std::string& url) { return say(request(url)); }
 
+    ServedRoot served_;
+    NorvaneTransmitService& service = ServedRoot::service();
     support::ScriptedConnection connection;
 };
 
@@ -83,7 +85,8 @@ TEST_F(HttpPort, EndsAConnectionThatSendsNoHttp) {
     connection.feed(" HTTP/1.1 GET /a HTTP/1.1\r\n\r\n");
     EXPECT_FALSE(service.on_recv(&connection));
     EXPECT_EQ(connection.take_sent(), "");
-    EXPECT_NE(run_log().find("invalid http data: { HTTP/1.1 GET /a HTTP/1.1"), std::string::npos);
+    EXPECT_NE(served_.run_log().find("invalid http data: { HTTP/1.1 GET /a HTTP/1.1"),
+              std::string::npos);
 }
 
 TEST_F(HttpPort, EndsAConnectionWhoseHeadHasNoEnd) {
@@ -96,19 +99,19 @@ TEST_F(HttpPort, EndsAConnectionWhoseReceiveBufferFails) {
     connection.feed(request("/"));
     connection.fail_copy = true;
     EXPECT_FALSE(service.on_recv(&connection));
-    EXPECT_NE(run_log().find("recv_buffer_copy_len failed"), std::string::npos);
+    EXPECT_NE(served_.run_log().find("recv_buffer_copy_len failed"), std::string::npos);
     connection.fail_copy = false;
     connection.fail_drop = true;
     EXPECT_FALSE(service.on_recv(&connection));
-    EXPECT_NE(run_log().find("recv_buffer_drop_len failed"), std::string::npos);
+    EXPECT_NE(served_.run_log().find("recv_buffer_drop_len failed"), std::string::npos);
 }
 
 TEST_F(HttpPort, GoesOnBehindAnAnswerThatTheSendBufferRefused) {
     connection.fail_fill = true;
     EXPECT_EQ(get("/"), "");
     EXPECT_EQ(connection.received(), "");
-    EXPECT_NE(run_log().find("send_buffer_fill_len failed"), std::string::npos);
-    EXPECT_NE(debug_log().find("handle_http error"), std::string::npos);
+    EXPECT_NE(served_.run_log().find("send_buffer_fill_len failed"), std::string::npos);
+    EXPECT_NE(served_.debug_log().find("handle_http error"), std::string::npos);
     connection.fail_fill = false;
     EXPECT_EQ(get("/x"), not_found);
 }
@@ -135,7 +138,7 @@ TEST_F(HttpPort, ServesFilesByTheirExtension) {
     };
     for (const auto& [url, type] : files) {
         const std::string content = std::string("\0\r\n\xFF", 4) + url;
-        support::write_file(root() + "www" + url, content);
+        support::write_file(served_.root() + "www" + url, content);
         EXPECT_EQ(get(url), answer("200 OK", type, content));
     }
     write("empty.css", "");
@@ -144,7 +147,7 @@ TEST_F(HttpPort, ServesFilesByTheirExtension) {
 
 TEST_F(HttpPort, JoinsAUrlToTheFolderAsItStands) {
     write("page.html", "page");
-    support::write_file(root() + "wwwabc", "beside");
+    support::write_file(served_.root() + "wwwabc", "beside");
     EXPECT_EQ(get("abc"), answer("200 OK", "application/octet-stream", "beside"));
     EXPECT_EQ(get("/page.html?x=1"), not_found);
     EXPECT_EQ(get("/p%61ge.html"), not_found);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/src/running_service.h"
+#include "tests/unit/src/served_root.h"
 
 TEST(CleanPath, RebuildsAPathFromItsComponents) {
     const std::pair<const char*, const char*> paths[] = {
@@ -36,11 +36,18 @@ TEST(CleanPath, RebuildsAPathFromItsComponents) {
     }
 }
 
-class PathMapping : public RunningService {
+class PathMapping : public testing::Test {
   protected:
-    std::string map(std::uint32_t user_id, const std::string& path) const {
-        return service.make_transmit_path(1, user_id, path.c_str(), false);
+    std::string map(std::uint32_t user_id, const std::string& path, bool lower = false) const {
+        return ServedRoot::service().make_transmit_path(2, user_id, path.c_str(), lower);
     }
+    // With a storage 2 beside the usual one.
+    bool start(ServedRoot::Setup setup, const std::string& directory = "/data") const {
+        setup.further_items = ServedRoot::item("2", "Data", "false", directory);
+        return served_.start(setup);
+    }
+
+    ServedRoot served_;
 };
 
 TEST_F(PathMapping, UsersHaveFoldersOfTheirOwn) {
@@ -55,7 +62,6 @@ TEST_F(PathMapping, UsersHaveFoldersOfTheirOwn) {
 
 TEST_F(PathMapping, UserFoldersCanBeGroupedByFiveHundred) {
     ASSERT_TRUE(start({.use_user_id = "true", .group_by_user_id = "true"}));
-    EXPECT_EQ(map(1, "a"), "/data/0/1/a");
     EXPECT_EQ(map(499, "a"), "/data/0/499/a");
     EXPECT_EQ(map(500, "a"), "/data/500/500/a");
     EXPECT_EQ(map(1234, "a"), "/data/1000/1234/a");
@@ -65,53 +71,42 @@ TEST_F(PathMapping, UserFoldersCanBeGroupedByFiveHundred) {
 TEST_F(PathMapping, WithoutUserFoldersAllUsersShareThePath) {
     ASSERT_TRUE(start({.group_by_user_id = "true"}));
     EXPECT_EQ(map(1234, "a"), "/data/a");
-    EXPECT_EQ(map(1, "a"), "/data/a");
 }
 
 TEST_F(PathMapping, TheTextBehindTheStorageIsCutForAUser) {
     ASSERT_TRUE(start({}));
     const std::string name(5000, 'n');
     EXPECT_EQ(map(0, name), "/data/" + name);
-    // 4095 characters, of which two are separators that the normal form drops to one.
+    // Of 4095 characters two are the separators before the name.
     EXPECT_EQ(map(1, name), "/data/" + name.substr(0, 4093));
 }
 
 TEST_F(PathMapping, OnlyWhatIsCreatedIsFoldedToLowerCase) {
-    ASSERT_TRUE(start({.pathname_use_lower = "true",
-                       .storages = "<item><id>1</id><name>P</name><directory>/Data//In/"
-                                   "</directory></item>"}));
-    EXPECT_EQ(service.make_transmit_path(1, 0, "Abc.TXT", true), "/data/in/abc.txt");
-    EXPECT_EQ(service.make_transmit_path(1, 0, "Abc.TXT", false), "/data/in/Abc.TXT");
-    EXPECT_EQ(service.make_transmit_path(1, 0, "\xC3\x84", true), "/data/in/\xC3\x84");
-    ASSERT_TRUE(start({}));
-    EXPECT_EQ(service.make_transmit_path(1, 0, "Abc.TXT", true), "/data/Abc.TXT");
+    ASSERT_TRUE(start({.pathname_use_lower = "true"}, "/Data//In/"));
+    EXPECT_EQ(map(0, "Abc\xC3\x84.TXT", true), "/data/in/abc\xC3\x84.txt");
+    EXPECT_EQ(map(0, "Abc.TXT", false), "/data/in/Abc.TXT");
+    ASSERT_TRUE(start({}, "/Data//In/"));
+    EXPECT_EQ(map(0, "Abc.TXT", true), "/Data/In/Abc.TXT");
 }
 
 TEST_F(PathMapping, AnUnknownStorageHasNoPaths) {
-    ASSERT_TRUE(start({}));
-    EXPECT_TRUE(service.is_storage_valid(1));
-    EXPECT_FALSE(service.is_storage_valid(0));
-    EXPECT_EQ(service.make_transmit_path(0, 0, "a", false), "");
-    EXPECT_NE(run_log().find("make transmit path failure, invalid storage id: 0"),
+    EXPECT_FALSE(ServedRoot::service().is_storage_valid(2));
+    EXPECT_EQ(map(0, "a"), "");
+    EXPECT_NE(served_.run_log().find("make transmit path failure, invalid storage id: 2"),
               std::string::npos);
 }
 
 TEST_F(PathMapping, TheStorageListNamesWhatIsShownInRisingOrder) {
-    const auto storage = [](const std::string& id, const std::string& name,
-                            const std::string& show) {
-        return "<item><id>" + id + "</id><name>" + name + "</name><show>" + show +
-               "</show><directory>/data</directory></item>";
-    };
-    ASSERT_TRUE(start({.storages = storage("10", "Ten", "true") + storage("3", "Hidden", "false") +
-                                   storage("007", "A &amp; B", "true")}));
+    ASSERT_TRUE(
+        served_.start({.further_items = ServedRoot::item("10", "Ten", "true", "/data") +
+                                        ServedRoot::item("3", "Hidden", "false", "/data") +
+                                        ServedRoot::item("007", "A &amp; B", "true", "/data")}));
     std::string document;
-    ASSERT_TRUE(service.make_storage_information(document));
-    EXPECT_NE(document.find("<root><storage id=\"007\" name=\"A &amp; B\"/>"
+    ASSERT_TRUE(ServedRoot::service().make_storage_information(document));
+    EXPECT_NE(document.find("<root><storage id=\"1\" name=\"Public\"/>"
+                            "<storage id=\"007\" name=\"A &amp; B\"/>"
                             "<storage id=\"10\" name=\"Ten\"/></root>"),
               std::string::npos)
         << document;
-    EXPECT_TRUE(service.is_storage_valid(3));
-    ASSERT_TRUE(start({.storages = ""}));
-    ASSERT_TRUE(service.make_storage_information(document));
-    EXPECT_NE(document.find("<root/>"), std::string::npos) << document;
+    EXPECT_TRUE(ServedRoot::service().is_storage_valid(3));
 }

@@ -6,7 +6,8 @@
 #include <vector>
 
 #include "kestin_base/clock.h"
-#include "tests/unit/src/running_service.h"
+#include "tests/support/scripted_connection.h"
+#include "tests/unit/src/served_root.h"
 
 namespace {
 
@@ -22,12 +23,12 @@ std::string user_information(const std::string& text) {
     return std::string{0, 18, 0, static_cast<char>(text.size())} + text;
 }
 
-class Snapshot : public RunningService {
+class Snapshot : public testing::Test {
   protected:
-    Snapshot() { EXPECT_TRUE(start({})); }
+    Snapshot() { EXPECT_TRUE(served_.start({.update_interval = "5"})); }
 
     void accept(support::ScriptedConnection& connection) {
-        EXPECT_TRUE(service.on_accept(&connection, transmit_port));
+        EXPECT_TRUE(service.on_accept(&connection, served_.transmit_port()));
     }
     std::vector<NodeRecord> records() {
         std::list<NodeRecord> list;
@@ -40,6 +41,8 @@ class Snapshot : public RunningService {
         return statistics;
     }
 
+    ServedRoot served_;
+    NorvaneTransmitService& service = ServedRoot::service();
     support::ScriptedConnection first;
     support::ScriptedConnection second;
 };
@@ -90,7 +93,7 @@ TEST_F(Snapshot, StaysUntilANodeComesOrGoes) {
     first.feed(user_information("{1}"));
     ASSERT_TRUE(service.on_recv(&first));
     EXPECT_STREQ(records()[0].node_user_info, "{}");
-    EXPECT_TRUE(service.on_accept(&second, other_port));
+    EXPECT_TRUE(service.on_accept(&second, served_.command_port()));
     EXPECT_FALSE(service.on_close(&second));
     EXPECT_STREQ(records()[0].node_user_info, "{}");
     accept(second);
