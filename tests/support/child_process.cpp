@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -149,7 +149,7 @@ ExitStatus ChildProcess::await_exit(Limit limit) {
     const Clock::time_point deadline = Clock::now() + limit;
     while (read_output(deadline)) {
     }
-    int process = pidfd_open(pid_, 0);
+    auto process = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
     const bool ended = await_readable(process, deadline);
     close_descriptor(process);
     if (!ended) {

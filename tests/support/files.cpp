@@ -55,6 +55,14 @@ void write_file(const std::string& path, std::string_view bytes) {
     }
 }
 
+void link_or_copy(const std::string& from, const std::string& to) {
+    std::error_code failure;
+    std::filesystem::create_hard_link(from, to, failure);
+    if (failure) {
+        std::filesystem::copy_file(from, to);
+    }
+}
+
 std::string random_bytes(std::uint64_t size, std::uint64_t seed) {
     std::mt19937_64 generator(seed);
     std::string bytes(size, '\0');

@@ -12,6 +12,9 @@ std::string read_file(const std::string& path);
 // Replaces the file, creating the folders above it. Throws if that fails.
 void write_file(const std::string& path, std::string_view bytes);
 
+// A second name for the file where the file system allows it, else a copy.
+void link_or_copy(const std::string& from, const std::string& to);
+
 // `size` bytes that look random and are the same for the same seed.
 std::string random_bytes(std::uint64_t size, std::uint64_t seed);
 

@@ -13,15 +13,6 @@ namespace {
 
 const std::string built_tree = TRANSMIT_DIST "/";
 
-// A second name for the file where the file system allows it, else a copy.
-void link_or_copy(const std::string& from, const std::string& to) {
-    std::error_code failure;
-    std::filesystem::create_hard_link(from, to, failure);
-    if (failure) {
-        std::filesystem::copy_file(from, to);
-    }
-}
-
 void copy_folder(const std::string& from, const std::string& to) {
     if (std::filesystem::exists(from)) {
         std::filesystem::copy(from, to, std::filesystem::copy_options::recursive);
