@@ -9,7 +9,7 @@ namespace Kestin::Net {
 namespace {
 
 // A year, which the clock's nanoseconds can still tell.
-constexpr std::uint64_t longest_idle_seconds = 365 * 24 * 60 * 60;
+constexpr std::uint64_t longest_idle_seconds = 31'536'000;
 
 }  // namespace
 

@@ -242,7 +242,7 @@ class BackPressureTest : public ConnectionTest {
 TEST_F(BackPressureTest, PeerThatDoesNotReadIsHeldBackAndServedWhenItDoes) {
     RawSocket peer(port_);
     ask_and_not_read(peer);
-    EXPECT_LT(processor_time_during(std::chrono::milliseconds(200)), std::chrono::milliseconds(60));
+    EXPECT_TRUE(comes_to_rest());
     EXPECT_LT(answered_, requests / 2);
     for (std::uint64_t number = 0; number < requests; ++number) {
         ASSERT_EQ(peer.receive(chunk_size), chunk(number)) << number;
@@ -262,7 +262,7 @@ TEST_F(BackPressureTest, HeldPeerThatHasFinishedSendingGetsEverything) {
     RawSocket peer(port_);
     ask_and_not_read(peer);
     peer.finish_sending();
-    EXPECT_LT(processor_time_during(std::chrono::milliseconds(200)), std::chrono::milliseconds(60));
+    EXPECT_TRUE(comes_to_rest());
     EXPECT_EQ(peer.receive_to_end().size(), requests * chunk_size);
 }
 
@@ -277,7 +277,7 @@ TEST_F(ConnectionTest, SendingStopsAfterFourEmptyCallsAndNoEarlier) {
     RawSocket peer(port_);
     EXPECT_EQ(peer.receive(3), "xxx");
     ASSERT_TRUE(service_.sends.await(12));
-    EXPECT_LT(processor_time_during(std::chrono::milliseconds(100)), std::chrono::milliseconds(40));
+    EXPECT_TRUE(comes_to_rest());
     EXPECT_EQ(calls, 12U);
     peer.send("again");
     ASSERT_TRUE(service_.sends.await(16));
