@@ -100,13 +100,19 @@ Result<UploadStart> Connection::upload_file_prepare(const RemotePath& path, cons
     return UploadStart{status == message::status_ok, offset};
 }
 
-Result<void> Connection::upload_file_data(const void* data, std::uint32_t size) {
-    message::UploadFileDataRequest header{};
-    header.type = message::UploadFileData::type;
-    header.data_length = size;
-    message::to_network_order(header);
-    std::array<iovec, 2> parts{iovec{&header, sizeof header}, iovec{const_cast<void*>(data), size}};
-    return send_parts(parts);
+Result<void> Connection::upload_file_data(std::span<const iovec> blocks) {
+    assert(blocks.size() <= most_blocks);
+    std::array<message::UploadFileDataRequest, most_blocks> headers{};
+    std::array<iovec, 2 * most_blocks> parts;
+    for (std::size_t index = 0; index < blocks.size(); ++index) {
+        auto& header = headers[index];
+        header.type = message::UploadFileData::type;
+        header.data_length = static_cast<std::uint32_t>(blocks[index].iov_len);
+        message::to_network_order(header);
+        parts[2 * index] = {&header, sizeof header};
+        parts[2 * index + 1] = blocks[index];
+    }
+    return send_parts(std::span(parts).first(2 * blocks.size()));
 }
 
 Result<void> Connection::upload_failure() {

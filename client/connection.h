@@ -36,6 +36,9 @@ struct PathContent {
 // The longest message of test data.
 inline constexpr std::uint16_t longest_test = 65535;
 
+// The most blocks of file data that are sent in one go.
+inline constexpr std::size_t most_blocks = 16;
+
 // One connection to a server, and its 18 requests. Each function sends one request and waits for
 // the response; a failing status is an error of kind refused and leaves the connection usable,
 // every other error closes it. Not for several threads at once.
@@ -45,9 +48,10 @@ class Connection {
 
     Result<UploadStart> upload_file_prepare(const RemotePath& path, const FileStamp& stamp,
                                             bool encrypted);
-    // One block, already enciphered if the upload is. The server is silent unless it fails; then
-    // its answer waits, and upload_failure tells it.
-    Result<void> upload_file_data(const void* data, std::uint32_t size);
+    // Blocks of file data, at most most_blocks, each already enciphered if the upload is: a message
+    // each, and as a rule one system call for all. The server is silent unless one fails; then its
+    // answer waits, and upload_failure tells it.
+    Result<void> upload_file_data(std::span<const iovec> blocks);
     // The failure that the server reported of a block, if one has arrived. Never waits.
     Result<void> upload_failure();
     Result<void> upload_file_finish();

@@ -55,6 +55,7 @@ class Parser {
         program_.footer(closing);
         program_.require_subcommand(1);
         program_.fallthrough();
+        program_.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         program_.get_formatter()->column_width(34);
         add_common_options();
         add_transfers();

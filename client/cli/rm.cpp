@@ -2,6 +2,7 @@
 #include "client/cli/commands.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
+#include "src/message/status.h"
 
 namespace transmit::cli {
 namespace {
@@ -10,7 +11,13 @@ namespace {
 // for a download first tells files from folders and from nothing.
 Result<void> check_is_file(Connection& connection, const RemotePath& path) {
     const auto stamp = connection.download_file_prepare(path, false);
-    return stamp ? connection.download_file_finish() : stamp.error();
+    if (stamp) {
+        return connection.download_file_finish();
+    }
+    if (stamp.error().status == message::status_path_is_directory) {
+        return Error{ErrorKind::invalid_request, 0, "this is a folder; -r deletes folders too"};
+    }
+    return stamp.error();
 }
 
 Result<void> remove(Connection& connection, const RemotePath& path, bool recursive) {

@@ -22,7 +22,8 @@ RetryingConnection connect_stubbornly(const Common& common) {
     const auto notice = [quiet = common.quiet](const Error& reason,
                                                std::chrono::milliseconds pause) {
         if (!quiet) {
-            complain(reason.text + "; next attempt in " + std::to_string(pause.count()) + " ms");
+            const auto seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
+            complain(reason.text + "; next attempt in " + std::to_string(seconds) + " s");
         }
     };
     return RetryingConnection(common.server, wait_limits(common), policy, notice);

@@ -25,6 +25,7 @@ std::string_view next_step(const Error& error) {
             return "See that the server runs and that --server names it.";
         case ErrorKind::connection_lost:
         case ErrorKind::time_limit:
+        case ErrorKind::cancelled:
             return "The same command goes on where this one stopped.";
         case ErrorKind::refused:
             return status_text(error.status).next_step;
@@ -89,8 +90,8 @@ void complain(std::string_view text) {
 }
 
 void complain(std::string_view subject, const Error& error) {
-    std::string text = subject.empty() ? "" : std::string(subject) + ": ";
-    text += error.text;
+    const bool named = subject.empty() || error.text.starts_with(subject);
+    std::string text = (named ? "" : std::string(subject) + ": ") + error.text;
     if (const auto step = next_step(error); !step.empty()) {
         text.append(". ").append(step);
     }
