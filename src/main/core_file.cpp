@@ -11,7 +11,8 @@
 #include <cstring>
 
 // The header of this executable, which the linker places: it knows the processor.
-extern "C" __attribute__((visibility("hidden"))) const Elf64_Ehdr __ehdr_start;
+extern "C" __attribute__((visibility("hidden")))
+const Elf64_Ehdr executable_header asm("__ehdr_start");
 
 namespace {
 
@@ -156,7 +157,7 @@ void write_memory(Output& out, int memory, const MemorySegment& segment) {
 }
 
 Elf64_Ehdr file_header(std::size_t program_headers) {
-    Elf64_Ehdr header = __ehdr_start;
+    Elf64_Ehdr header = executable_header;
     header.e_type = ET_CORE;
     header.e_entry = 0;
     header.e_phoff = sizeof header;

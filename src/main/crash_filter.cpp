@@ -63,8 +63,8 @@ int create_dump() {
 
 void on_fatal_signal(int signal, siginfo_t* information, void* context) {
     crash_filter({information, static_cast<const ucontext_t*>(context)});
-    std::signal(signal, SIG_DFL);
-    raise(signal);  // blocked here, delivered on return
+    static_cast<void>(std::signal(signal, SIG_DFL));
+    static_cast<void>(raise(signal));  // blocked here, delivered on return
 }
 
 }  // namespace

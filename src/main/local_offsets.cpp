@@ -2,7 +2,7 @@
 
 namespace {
 
-constexpr std::time_t day = 24 * 60 * 60;
+constexpr std::time_t day = 24L * 60 * 60;
 
 long offset_at(std::time_t time) {
     tm local{};
@@ -25,7 +25,7 @@ std::time_t change_between(std::time_t before, std::time_t after) {
 void LocalOffsets::load(std::time_t now) {
     count_ = 0;
     add(now, offset_at(now));
-    const std::time_t end = now + years_ahead * 366 * day;
+    const std::time_t end = now + std::time_t{years_ahead} * 366 * day;
     for (std::time_t time = now; time < end; time += day) {
         const long offset = offset_at(time + day);
         if (offset != changes_[count_ - 1].offset) {

@@ -10,12 +10,12 @@
 namespace {
 
 std::string executable_path(const char* path) {
-    const std::string started_as = path != nullptr ? path : "";
+    std::string started_as = path != nullptr ? path : "";
     if (started_as.find('/') != std::string::npos) {
         return started_as;
     }
     std::error_code unknown;
-    const std::string told = std::filesystem::read_symlink("/proc/self/exe", unknown);
+    std::string told = std::filesystem::read_symlink("/proc/self/exe", unknown);
     return unknown ? started_as : told;
 }
 

@@ -12,11 +12,18 @@
 
 namespace {
 
-[[maybe_unused]] const void* const singletons[] = {
-    &Kestin::Net::NetSwitch::instance(), &NorvaneTransmitService::instance(),
-    &Kestin::Base::Record::instance(),   &Kestin::Base::LogSwitch::instance(),
-    &TransmitListCommandLine::pool(),    &TransmitStatisticsCommandLine::pool(),
-    &CommandLineFactory::instance(),     &node_pool(),
-};
+bool build_singletons() noexcept {
+    Kestin::Net::NetSwitch::instance();
+    NorvaneTransmitService::instance();
+    Kestin::Base::Record::instance();
+    Kestin::Base::LogSwitch::instance();
+    TransmitListCommandLine::pool();
+    TransmitStatisticsCommandLine::pool();
+    CommandLineFactory::instance();
+    node_pool();
+    return true;
+}
+
+[[maybe_unused]] const bool singletons_stand = build_singletons();
 
 }  // namespace

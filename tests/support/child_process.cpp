@@ -45,6 +45,7 @@ void close_descriptor(int& descriptor) {
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
             const std::string& folder, int input, int output) {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }

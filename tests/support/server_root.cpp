@@ -11,7 +11,9 @@ namespace support {
 
 namespace {
 
-const std::string built_tree = TRANSMIT_DIST "/";
+constexpr const char* built_program = TRANSMIT_DIST "/transmit_server";
+constexpr const char* built_settings = TRANSMIT_DIST "/cfg";
+constexpr const char* built_pages = TRANSMIT_DIST "/www";
 
 void copy_folder(const std::string& from, const std::string& to) {
     if (std::filesystem::exists(from)) {
@@ -60,9 +62,9 @@ std::string configuration(const ServerSettings& settings) {
 ServerRoot::ServerRoot(const ServerSettings& settings) : settings_(settings) {
     settings_.port = chosen_or_free(settings.port);
     settings_.command_port = chosen_or_free(settings.command_port);
-    link_or_copy(built_tree + "transmit_server", program());
-    copy_folder(built_tree + "cfg", path() + "cfg");
-    copy_folder(built_tree + "www", path() + "www");
+    link_or_copy(built_program, program());
+    copy_folder(built_settings, path() + "cfg");
+    copy_folder(built_pages, path() + "www");
     write_settings();
     for (const Storage& storage : settings_.storages) {
         std::filesystem::create_directories(storage_folder(storage.id));

@@ -166,7 +166,7 @@ TEST(Start, APortInUseIsRefused) {
 class CrashDump : public testing::Test {
   protected:
     void SetUp() override {
-        if (std::string(TRANSMIT_SANITIZE) != "") {
+        if (!std::string(TRANSMIT_SANITIZE).empty()) {
             GTEST_SKIP() << "built with sanitizers";
         }
         support::link_or_copy(CRASH_VICTIM, victim());

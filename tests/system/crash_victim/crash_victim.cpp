@@ -27,8 +27,11 @@ namespace {
 
 constexpr unsigned seconds_to_live = 60;
 
+// Values that no compiler foresees.
+volatile int* volatile nowhere = nullptr;
+volatile int zero = 0;
+
 void crash_by_null_write() {
-    volatile int* volatile nowhere = nullptr;
     *nowhere = 1;
 }
 
@@ -37,7 +40,6 @@ void crash_by_exception() {
 }
 
 void crash_by_division() {
-    volatile int zero = 0;
     volatile int quotient = 7 / zero;
     static_cast<void>(quotient);
 }
@@ -47,7 +49,7 @@ void crash_by_illegal_instruction() {
 }
 
 void crash_by_bus_error() {
-    raise(SIGBUS);
+    static_cast<void>(raise(SIGBUS));
 }
 
 void crash_by_abort() {
@@ -67,15 +69,18 @@ void crash_by_stack_overflow() {
 
 using Crash = void (*)();
 
-const std::map<std::string, Crash> faults{
-    {"null_write", crash_by_null_write},
-    {"exception", crash_by_exception},
-    {"division", crash_by_division},
-    {"illegal_instruction", crash_by_illegal_instruction},
-    {"bus_error", crash_by_bus_error},
-    {"abort", crash_by_abort},
-    {"stack_overflow", crash_by_stack_overflow},
-};
+Crash crash_named(const std::string& fault) {
+    static const std::map<std::string, Crash> crashes{
+        {"null_write", crash_by_null_write},
+        {"exception", crash_by_exception},
+        {"division", crash_by_division},
+        {"illegal_instruction", crash_by_illegal_instruction},
+        {"bus_error", crash_by_bus_error},
+        {"abort", crash_by_abort},
+        {"stack_overflow", crash_by_stack_overflow},
+    };
+    return crashes.at(fault);
+}
 
 class CrashingService : public Kestin::Net::TcpServiceBase {
   public:
@@ -113,7 +118,7 @@ void refuse_tracing() {
 int main(int count, char* argv[]) {
     install_crash_filter();
     alarm(seconds_to_live);
-    const Crash crash = faults.at(argv[1]);
+    const Crash crash = crash_named(argv[1]);
     const std::string where = argv[2];
     if (count > 3) {
         refuse_tracing();
