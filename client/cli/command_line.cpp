@@ -13,6 +13,7 @@ constexpr auto introduction = R"(Examples:
   transmit put *.jpg holiday/              send files into a folder
   transmit get holiday/beach.jpg           fetch a file into the working folder
   transmit --server files.example.org:30000 --storage 2 ls -l holiday
+  transmit top                             watch what the server does
 
 Sends files to a transmit server and fetches them from it. Transfers that break off go on by
 themselves; after an interruption the same command goes on where it stopped.)";
@@ -147,6 +148,16 @@ class Parser {
         auto& speed_command = add("speedtest", "Measure the link in both directions",
                                   [this] { return speedtest(common_, duration_); });
         add_seconds(speed_command, "--seconds", duration_, "Time for each direction");
+        auto& top_command = add("top", "Watch the server's transfers and totals",
+                                [this] { return top(common_, top_); });
+        top_command.add_option("--command-port", top_.command_port, "The server's command port")
+            ->type_name("PORT")
+            ->capture_default_str();
+        add_seconds(top_command, "--interval", top_.interval, "Time between two looks")
+            ->check(CLI::Range(1U, 86'400U));
+        top_command.add_flag("--once", top_.once, "One look and no more");
+        top_command.add_flag("--json", top_.json,
+                             "The server's documents as they are, a line each");
     }
 
     CLI::App program_;
@@ -158,6 +169,7 @@ class Parser {
     std::string new_path_;
     bool flag_ = false;
     std::chrono::seconds duration_{3};
+    TopOptions top_;
 };
 
 }  // namespace

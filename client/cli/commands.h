@@ -30,6 +30,13 @@ struct TransferOptions {
     bool encrypted = false;
 };
 
+struct TopOptions {
+    std::uint16_t command_port = 30001;  // on the host of the transmit port
+    std::chrono::seconds interval{2};
+    bool once = false;
+    bool json = false;  // the documents as they come, a line each
+};
+
 ExitCode put(const Common& common, const TransferOptions& options);
 ExitCode get(const Common& common, const TransferOptions& options);
 ExitCode storages(const Common& common);
@@ -39,5 +46,8 @@ ExitCode rm(const Common& common, const std::vector<std::string>& paths, bool re
 ExitCode mv(const Common& common, const std::string& old_path, const std::string& new_path);
 ExitCode nodes(const Common& common);
 ExitCode speedtest(const Common& common, std::chrono::seconds duration);
+
+// Until SIGINT, which is its ordinary end.
+ExitCode top(const Common& common, const TopOptions& options);
 
 }  // namespace transmit::cli
