@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "kestin_net/detail/block_pool.h"
+#include "kestin_net/detail/units.h"
 
 namespace Kestin::Net::detail {
 
@@ -36,10 +37,10 @@ class MemoryBudget {
 
 // One block of a send chain: room for a chunk of 64 KiB with an 8-byte header before it, and the
 // chain's own fields.
-inline constexpr std::size_t send_block_size = 68 * 1024;
+inline constexpr std::size_t send_block_size = 64 + 64 * kibibyte;
 
 // The memory that a connection reads into: one read and the beginning of a 64 KiB frame.
-inline constexpr std::size_t receive_block_size = 320 * 1024;
+inline constexpr std::size_t receive_block_size = 320 * kibibyte;
 
 // What the buffers of all connections draw from.
 struct BufferMemory {

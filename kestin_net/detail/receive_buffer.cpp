@@ -8,7 +8,7 @@ namespace Kestin::Net::detail {
 namespace {
 
 // A read shorter than this isn't worth its system call; the buffer grows instead.
-constexpr std::size_t least_room = 64 * 1024;
+constexpr std::size_t least_room = 64 * kibibyte;
 
 std::uint64_t charge_of(std::size_t capacity) {
     return capacity > receive_floor ? capacity - receive_floor : 0;

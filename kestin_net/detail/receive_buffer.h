@@ -9,13 +9,13 @@
 namespace Kestin::Net::detail {
 
 // One whole frame must fit: a tail of 64 MiB, its header, and some bytes of the next.
-inline constexpr std::uint64_t receive_limit = (64 * 1024 + 64) * std::uint64_t{1024};
+inline constexpr std::uint64_t receive_limit = 64 * mebibyte + 64 * kibibyte;
 
 // Read at a time at most: beyond the size of most frames, and still within the processor's cache.
-inline constexpr std::size_t read_size = 256 * 1024;
+inline constexpr std::size_t read_size = 256 * kibibyte;
 
 // What each connection may hold whatever the others hold; more is taken from the memory budget.
-inline constexpr std::size_t receive_floor = 16 * 1024;
+inline constexpr std::size_t receive_floor = 16 * kibibyte;
 
 // The bytes that came and wait for the service, in one piece. One owner at a time.
 //

@@ -81,7 +81,7 @@ bool SendChain::add_block() {
     auto* block = new (memory) Block;
     block->next = nullptr;
     block->begin = block->end = 0;
-    (first_ == nullptr ? first_ : last_->next) = block;
+    (last_ == nullptr ? first_ : last_->next) = block;
     last_ = block;
     ++block_count_;
     return true;

@@ -13,18 +13,18 @@ namespace Kestin::Net::detail {
 // What waits in a send buffer above this is more than the service is asked for, and more than a
 // peer may leave unread before its further requests are held back: what waits should stay in the
 // processor's cache.
-inline constexpr std::uint64_t send_mark = 512 * 1024;
+inline constexpr std::uint64_t send_mark = 512 * kibibyte;
 
 // What a service may append in one callback at most: 500 chunks of 64 KiB, each with an 8-byte
 // header and 16 bytes of cipher padding.
-inline constexpr std::uint64_t send_batch = 500 * (8 + 65536 + 16);
+inline constexpr std::uint64_t send_batch = 500 * (8 + 64 * kibibyte + 16);
 
 // The bound of a chain: a batch on top of the mark, with room for the answers around it.
-inline constexpr std::uint64_t send_limit = send_mark + send_batch + 64 * 1024;
+inline constexpr std::uint64_t send_limit = send_mark + send_batch + 64 * kibibyte;
 
 // The bound of one single append on a chain that holds little (at most twice the mark): an answer
 // that can't be told in pieces, such as a whole file.
-inline constexpr std::uint64_t send_piece_limit = 256 * 1024 * 1024;
+inline constexpr std::uint64_t send_piece_limit = 256 * mebibyte;
 
 // The bytes that wait for the socket, in a chain of blocks. One owner at a time. A connection's
 // first block is its floor; all others are taken from the memory budget.

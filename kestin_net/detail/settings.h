@@ -3,6 +3,8 @@
 #include <chrono>
 #include <cstdint>
 
+#include "kestin_net/detail/units.h"
+
 namespace Kestin::Net::detail {
 
 using Clock = std::chrono::steady_clock;
@@ -21,7 +23,7 @@ struct Settings {
 
     // Memory of all buffers together, beyond a floor that each connection always has
     // (send_chain.h: one block; receive_buffer.h: receive_floor).
-    std::uint64_t memory_budget = std::uint64_t{1} << 30;
+    std::uint64_t memory_budget = 1024 * mebibyte;
 };
 
 }  // namespace Kestin::Net::detail

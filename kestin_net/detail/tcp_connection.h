@@ -16,14 +16,14 @@
 namespace Kestin::Net::detail {
 
 // Moved between a socket and its buffers in one turn; then the connection goes behind the others.
-inline constexpr std::uint64_t turn_limit = 1024 * 1024;
+inline constexpr std::uint64_t turn_limit = mebibyte;
 
 // Calls of on_send in a row that append nothing, after which there is nothing to send until the
 // peer asks for something.
 inline constexpr unsigned most_empty_sends = 4;
 
 // What a peer may send of a request head on a connection without user data.
-inline constexpr std::uint64_t head_size_limit = 64 * 1024;
+inline constexpr std::uint64_t head_size_limit = 64 * kibibyte;
 
 // One accepted connection. Each event brings a turn, on the one thread that has the connection
 // until it arms its socket again: read and offer, ask and write, as long as bytes move.

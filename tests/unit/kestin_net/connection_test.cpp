@@ -30,15 +30,14 @@ std::string chunk(std::uint64_t number, std::size_t size = chunk_size) {
 
 class ConnectionTest : public testing::Test {
   protected:
-    void start(std::uint64_t thread_count = 4) {
+    // The loop runs until the result goes: a test holds it behind what its callbacks refer to.
+    [[nodiscard]] std::unique_ptr<EventLoop> start(std::uint64_t thread_count = 4) {
         settings_.thread_count = thread_count;
-        loop_ = std::make_unique<EventLoop>(service_, settings_);
-        ASSERT_TRUE(loop_->start({&port_, 1}));
+        auto loop = std::make_unique<EventLoop>(service_, settings_);
+        EXPECT_TRUE(loop->start({&port_, 1}));
+        return loop;
     }
-    void TearDown() override {
-        loop_.reset();
-        EXPECT_EQ(service_.overlaps.count(), 0U);
-    }
+    void TearDown() override { EXPECT_EQ(service_.overlaps.count(), 0U); }
 
     // Makes every connection one to which the service attached something.
     void attach_user_data() {
@@ -58,7 +57,6 @@ class ConnectionTest : public testing::Test {
     ScriptedService service_;
     Settings settings_;
     std::uint16_t port_ = support::free_port();
-    std::unique_ptr<EventLoop> loop_;
     int marker_ = 0;
 };
 
@@ -68,7 +66,7 @@ TEST_F(ConnectionTest, CallbacksOfDifferentConnectionsRunAtTheSameTime) {
         both.arrive_and_wait();
         return echo(connection);
     };
-    start(2);
+    auto loop = start(2);
     RawSocket one(port_);
     RawSocket other(port_);
     one.send("1");
@@ -79,7 +77,7 @@ TEST_F(ConnectionTest, CallbacksOfDifferentConnectionsRunAtTheSameTime) {
 
 TEST_F(ConnectionTest, CallbacksOfOneConnectionNeverOverlap) {
     service_.recv = echo;
-    start();
+    auto loop = start();
     std::vector<std::thread> peers;
     std::atomic<int> faultless = 0;
     for (int peer = 0; peer < 4; ++peer) {
@@ -104,7 +102,7 @@ TEST_F(ConnectionTest, FrameInOneBytePacketsIsWholeInTheEnd) {
         sizes.push_back(connection.recv_buffer_size());
         return connection.recv_buffer_size() < 10 || echo(connection);
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     for (std::uint64_t sent = 0; sent < 10; ++sent) {
         peer.send(std::string(1, static_cast<char>('0' + sent)));
@@ -118,7 +116,7 @@ TEST_F(ConnectionTest, EveryWholeMessageOfOnePacketIsOfferedAtOnce) {
     service_.recv = [](Connection& connection) {
         return connection.recv_buffer_size() < 4 || send_back(connection, take(connection, 4));
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send("one two threfo");
     EXPECT_EQ(peer.receive(12), "one two thre");
@@ -136,7 +134,7 @@ TEST_F(ConnectionTest, BufferOperationsBeyondWhatWaitsChangeNothing) {
                connection.recv_buffer_copy_len(bytes.data(), 7) &&
                connection.recv_buffer_drop_len(2) && echo(connection);
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send("seven b");
     EXPECT_EQ(peer.receive(5), "ven b");
@@ -154,7 +152,7 @@ TEST_F(ConnectionTest, FrameOf64MebibytesFitsAndTheNextOneToo) {
         }
         return true;
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     const std::string bytes(frame, 'x');
     peer.send(bytes + "xxx");
@@ -169,7 +167,7 @@ TEST_F(ConnectionTest, FrameThatCantFitEndsTheConnection) {
     service_.recv = [](Connection&) {
         return true;
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send(std::string(receive_limit + 1024 * 1024, 'x'));
     EXPECT_TRUE(peer.await_close());
@@ -187,7 +185,7 @@ TEST_F(ConnectionTest, BatchOnTopOfTheMarkArrivesWholeAndNoMoreIsTaken) {
         taken -= send_back(connection, chunk(0)) ? 1000 : 0;
         return true;
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send("go");
     EXPECT_EQ(peer.receive(send_mark), std::string(send_mark, '-'));
@@ -203,7 +201,7 @@ TEST_F(ConnectionTest, AnswerOf100MebibytesGoesOutInOnePiece) {
         take(connection, connection.recv_buffer_size());
         return send_back(connection, answer) && !send_back(connection, answer);
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send("go");
     EXPECT_EQ(peer.receive(answer.size()), answer);
@@ -224,7 +222,7 @@ class BackPressureTest : public ConnectionTest {
             }
             return true;
         };
-        start();
+        loop_ = start();
     }
     void ask_and_not_read(RawSocket& peer) {
         std::string all;
@@ -236,7 +234,13 @@ class BackPressureTest : public ConnectionTest {
         ASSERT_TRUE(serves_others());
     }
 
+    void TearDown() override {
+        loop_.reset();
+        ConnectionTest::TearDown();
+    }
+
     std::atomic<std::uint64_t> answered_ = 0;
+    std::unique_ptr<EventLoop> loop_;
 };
 
 TEST_F(BackPressureTest, PeerThatDoesNotReadIsHeldBackAndServedWhenItDoes) {
@@ -273,7 +277,7 @@ TEST_F(ConnectionTest, SendingStopsAfterFourEmptyCallsAndNoEarlier) {
         const std::uint64_t call = ++calls;
         return (call != 4 && call != 7 && call != 8) || send_back(connection, "x");
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     EXPECT_EQ(peer.receive(3), "xxx");
     ASSERT_TRUE(service_.sends.await(12));
@@ -290,7 +294,7 @@ TEST_F(ConnectionTest, PumpFillsUpToTheMarkAndGoesOnAsThePeerReads) {
     service_.send = [&](Connection& connection) {
         return sent == chunks || send_back(connection, chunk(sent++));
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     EXPECT_TRUE(service_.sends.await(8));
     EXPECT_LT(sent, chunks);
@@ -309,7 +313,7 @@ TEST_F(ConnectionTest, HalfClosedPeerStillGetsItsAnswerAndTheRestOfTheStream) {
     service_.send = [&](Connection& connection) {
         return left == 0 || send_back(connection, chunk(left--));
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send("go");
     peer.finish_sending();
@@ -328,7 +332,7 @@ TEST_F(ConnectionTest, PeerThatOnlyClosesOrResetsIsClosedOnce) {
         EXPECT_EQ(connection.get_user_data(), &marker_);
         ports.push_back(port);
     };
-    start();
+    auto loop = start();
     std::vector<std::uint16_t> expected;
     for (const bool reset : {false, true}) {
         RawSocket peer(port_);
@@ -337,7 +341,7 @@ TEST_F(ConnectionTest, PeerThatOnlyClosesOrResetsIsClosedOnce) {
         reset ? peer.reset() : peer.finish_sending();
         ASSERT_TRUE(service_.closes.await(expected.size()));
     }
-    loop_.reset();
+    loop.reset();
     EXPECT_EQ(service_.closes.count(), 2U);
     EXPECT_EQ(ports, expected);
 }
@@ -353,14 +357,14 @@ TEST_F(ConnectionTest, FalseFromACallbackEndsTheConnection) {
     service_.send = [&](Connection&) {
         return refusing != 3;
     };
-    start();
+    auto loop = start();
     for (refusing = 1; refusing <= 3; ++refusing) {
         RawSocket peer(port_);
         peer.send("x");
         EXPECT_TRUE(peer.await_close()) << refusing;
     }
     EXPECT_TRUE(service_.closes.await(2));
-    loop_.reset();
+    loop.reset();
     EXPECT_EQ(service_.closes.count(), 2U);
 }
 
@@ -374,7 +378,7 @@ TEST_F(ConnectionTest, HeadThatIsNotTakenInTimeEndsItsConnectionAlone) {
         return connection.recv_buffer_size() < 4 || send_back(connection, take(connection, 4));
     };
     settings_.head_limit = std::chrono::milliseconds(150);
-    start();
+    auto loop = start();
     RawSocket with_data(port_);
     ASSERT_TRUE(service_.accepts.await(1));
     attach = false;
@@ -397,7 +401,7 @@ TEST_F(ConnectionTest, HeadWithoutEndEndsTheConnection) {
     service_.recv = [&](Connection& connection) {
         return answered.exchange(true) || send_back(connection, take(connection, 4));
     };
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     peer.send("ping" + std::string(64 * 1024 + 1, 'x'));
     EXPECT_EQ(peer.receive(4), "ping");
@@ -406,7 +410,7 @@ TEST_F(ConnectionTest, HeadWithoutEndEndsTheConnection) {
 
 TEST_F(ConnectionTest, SilentConnectionEndsAfterTheIdleLimit) {
     settings_.idle_limit = std::chrono::milliseconds(100);
-    start();
+    auto loop = start();
     RawSocket peer(port_);
     EXPECT_TRUE(peer.await_close());
     EXPECT_TRUE(service_.closes.await(1));
@@ -427,7 +431,7 @@ TEST_F(ConnectionTest, SpentMemoryRefusesTheGreedyAndServesTheSmall) {
         return true;
     };
     settings_.memory_budget = 4 * 1024 * 1024;
-    start();
+    auto loop = start();
     RawSocket greedy(port_);
     greedy.send("greedy");
     ASSERT_TRUE(refusals.await(1));
@@ -445,7 +449,7 @@ TEST_F(ConnectionTest, WithoutMemoryLeftOnlyWhatTheFloorHoldsIsServed) {
         return connection.recv_buffer_size() > 10000 || echo(connection);
     };
     settings_.memory_budget = 0;
-    start();
+    auto loop = start();
     RawSocket large(port_);
     large.send(std::string(20000, 'x'));
     EXPECT_TRUE(serves_others());

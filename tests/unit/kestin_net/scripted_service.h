@@ -56,8 +56,9 @@ class ScriptedService final : public Kestin::Net::TcpServiceBase {
     bool on_connect(Connection*, bool) override { return true; }
     bool on_accept(Connection* connection, std::uint16_t port) override {
         const Visit visit(*this, connection);
+        const bool taken = !accept || accept(*connection, port);
         accepts.add();
-        return !accept || accept(*connection, port);
+        return taken;
     }
     bool on_recv(Connection* connection) override {
         const Visit visit(*this, connection);
@@ -67,8 +68,9 @@ class ScriptedService final : public Kestin::Net::TcpServiceBase {
     }
     bool on_send(Connection* connection) override {
         const Visit visit(*this, connection);
+        const bool goes_on = !send || send(*connection);
         sends.add();
-        return !send || send(*connection);
+        return goes_on;
     }
     bool on_close(Connection* connection) override {
         const Visit visit(*this, connection);
