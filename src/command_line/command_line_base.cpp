@@ -10,7 +10,7 @@ std::string error_document(const std::string& text) {
 bool split_block(const std::string& block, std::string& name, std::string& value) {
     const auto equals = block.find('=');
     name = block.substr(0, equals);
-    value = equals == block.npos ? "" : block.substr(equals + 1);
+    value = equals == std::string::npos ? "" : block.substr(equals + 1);
     Kestin::Base::kestin_string_trim(name, Kestin::Base::blank_characters);
     Kestin::Base::kestin_string_trim(value, Kestin::Base::blank_characters);
     return !name.empty();

@@ -18,7 +18,7 @@ class PooledCommandLine : public CommandLineBase {
 
     void release() override {
         reset();
-        Command* command = static_cast<Command*>(this);
+        auto* command = static_cast<Command*>(this);
         pool().release(command);
     }
 };

@@ -38,7 +38,7 @@ std::vector<std::string> accepted_components(const std::string& path) {
 
 bool ends_in_separator(const std::string& path) {
     const auto last = path.find_last_not_of(Kestin::Base::blank_characters);
-    return last != path.npos && (path[last] == '/' || path[last] == '\\');
+    return last != std::string::npos && (path[last] == '/' || path[last] == '\\');
 }
 
 std::string user_path(const Settings& settings, std::uint32_t user_id, const std::string& path) {

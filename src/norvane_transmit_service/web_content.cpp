@@ -11,7 +11,7 @@
 namespace {
 
 // An answer goes out in one piece, and one larger than this, with its head, wouldn't be taken.
-constexpr std::int64_t largest_file = 255 * 1024 * 1024;
+constexpr std::int64_t largest_file = std::int64_t{255} * 1024 * 1024;
 
 // False: no regular file that can be read, or one beyond the limit. What the file lacks of its own
 // size, because it shrinks meanwhile, reads as zeros.
@@ -35,7 +35,7 @@ bool NorvaneTransmitService::answer_file(Kestin::Net::TcpConnectionBase* connect
                                          const std::string& url) {
     std::string path = url;
     Kestin::Base::kestin_string_trim(path, Kestin::Base::blank_characters);
-    if (path.find("..") != path.npos) {
+    if (path.find("..") != std::string::npos) {
         return send_status_page(connection, http_status::forbidden);
     }
     if (path == "/") {

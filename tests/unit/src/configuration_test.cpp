@@ -14,23 +14,27 @@ using Elements = std::map<std::string, std::string>;
 std::string text_of(const Elements& elements) {
     std::string text;
     for (const auto& [name, value] : elements) {
-        text += "<" + name + ">" + value + "</" + name + ">";
+        text.append("<").append(name).append(">").append(value);
+        text.append("</").append(name).append(">");
     }
     return text;
 }
 
-const Elements good_settings{{"host", "0.0.0.0"},
-                             {"port", "30000"},
-                             {"command_port", "30001"},
-                             {"use_user_id", "true"},
-                             {"group_by_user_id", "false"},
-                             {"pathname_use_lower", "true"},
-                             {"transmit_temp_file_suffix", ".part"},
-                             {"transmit_info_update_interval", "4"},
-                             {"storage_configuration", "cfg/storage.xml"}};
+Elements good_settings() {
+    return {{"host", "0.0.0.0"},
+            {"port", "30000"},
+            {"command_port", "30001"},
+            {"use_user_id", "true"},
+            {"group_by_user_id", "false"},
+            {"pathname_use_lower", "true"},
+            {"transmit_temp_file_suffix", ".part"},
+            {"transmit_info_update_interval", "4"},
+            {"storage_configuration", "cfg/storage.xml"}};
+}
 
-const Elements good_storage{
-    {"id", "7"}, {"name", "Archive"}, {"show", "true"}, {"directory", "/data"}};
+Elements good_storage() {
+    return {{"id", "7"}, {"name", "Archive"}, {"show", "true"}, {"directory", "/data"}};
+}
 
 Elements with(Elements elements, const std::string& name, const std::string& value) {
     elements[name] = value;
@@ -75,7 +79,7 @@ std::string fault_of_item(const Elements& elements) {
 
 std::uint64_t interval_of(const std::string& text) {
     Settings settings;
-    EXPECT_EQ(read(with(good_settings, "transmit_info_update_interval", text), settings), "");
+    EXPECT_EQ(read(with(good_settings(), "transmit_info_update_interval", text), settings), "");
     return settings.transmit_info_update_interval;
 }
 
@@ -83,7 +87,7 @@ std::uint64_t interval_of(const std::string& text) {
 
 TEST(Configuration, EachElementSetsItsField) {
     Settings settings;
-    ASSERT_EQ(read(good_settings, settings), "");
+    ASSERT_EQ(read(good_settings(), settings), "");
     EXPECT_EQ(settings.host, "0.0.0.0");
     EXPECT_EQ(settings.transmit_port, 30000);
     EXPECT_EQ(settings.command_port, 30001);
@@ -96,8 +100,8 @@ TEST(Configuration, EachElementSetsItsField) {
 }
 
 TEST(Configuration, EveryElementIsRequired) {
-    for (const auto& [name, value] : good_settings) {
-        EXPECT_EQ(fault_of(without(good_settings, name)), "get_element <" + name + "> failed");
+    for (const auto& [name, value] : good_settings()) {
+        EXPECT_EQ(fault_of(without(good_settings(), name)), "get_element <" + name + "> failed");
     }
     Settings settings;
     EXPECT_EQ(read("<server/>", settings), "into_element <transmit_server> failed");
@@ -116,18 +120,18 @@ TEST(Configuration, ABadValueIsToldByItsElement) {
         {"transmit_info_update_interval", "18446744073709551616"},
     };
     for (const auto& [name, value] : bad_values) {
-        EXPECT_EQ(fault_of(with(good_settings, name, value)),
+        EXPECT_EQ(fault_of(with(good_settings(), name, value)),
                   "get_element <" + std::string(name) + "> failed")
             << value;
     }
-    EXPECT_EQ(fault_of(with(good_settings, "host", "")), "transmit server host is invalid");
+    EXPECT_EQ(fault_of(with(good_settings(), "host", "")), "transmit server host is invalid");
 }
 
 TEST(Configuration, WhatStandsBehindAValueIsNotLookedAt) {
     Settings settings;
-    ASSERT_EQ(
-        read(with(with(good_settings, "port", " +8080 or so"), "use_user_id", "false!"), settings),
-        "");
+    ASSERT_EQ(read(with(with(good_settings(), "port", " +8080 or so"), "use_user_id", "false!"),
+                   settings),
+              "");
     EXPECT_EQ(settings.transmit_port, 8080);
     EXPECT_FALSE(settings.use_user_id);
 }
@@ -142,14 +146,14 @@ TEST(Configuration, TheIntervalIsKeptWithinOneAndFiveSeconds) {
 
 TEST(Configuration, AnEmptySuffixIsTheUsualOne) {
     Settings settings;
-    ASSERT_EQ(read(with(good_settings, "transmit_temp_file_suffix", ""), settings), "");
+    ASSERT_EQ(read(with(good_settings(), "transmit_temp_file_suffix", ""), settings), "");
     EXPECT_EQ(settings.transmit_temp_file_suffix, ".tcp");
 }
 
 TEST(Configuration, StoragesStandUnderTheirIds) {
     StorageTable storages;
-    const Elements hidden = without(with(good_storage, "id", "2"), "show");
-    ASSERT_EQ(read_list(item(with(good_storage, "id", "007")) + item(hidden), storages), "");
+    const Elements hidden = without(with(good_storage(), "id", "2"), "show");
+    ASSERT_EQ(read_list(item(with(good_storage(), "id", "007")) + item(hidden), storages), "");
     ASSERT_EQ(storages.size(), 2U);
     EXPECT_EQ(storages.at(7).id_text, "007");
     EXPECT_EQ(storages.at(7).name, "Archive");
@@ -167,15 +171,15 @@ TEST(Configuration, AnEmptyListIsNoFault) {
 TEST(Configuration, OnlyTheWordTrueShowsAStorage) {
     for (const char* word : {"false", "yes", "1", ""}) {
         StorageTable storages;
-        ASSERT_EQ(read_list(item(with(good_storage, "show", word)), storages), "");
+        ASSERT_EQ(read_list(item(with(good_storage(), "show", word)), storages), "");
         EXPECT_FALSE(storages.at(7).show) << word;
     }
 }
 
 TEST(Configuration, ALaterStorageReplacesAnEarlierOneWhole) {
     StorageTable storages;
-    const Elements later = without(with(good_storage, "name", "Later"), "show");
-    ASSERT_EQ(read_list(item(good_storage) + item(later), storages), "");
+    const Elements later = without(with(good_storage(), "name", "Later"), "show");
+    ASSERT_EQ(read_list(item(good_storage()) + item(later), storages), "");
     ASSERT_EQ(storages.size(), 1U);
     EXPECT_EQ(storages.at(7).name, "Later");
     EXPECT_FALSE(storages.at(7).show);
@@ -183,14 +187,15 @@ TEST(Configuration, ALaterStorageReplacesAnEarlierOneWhole) {
 
 TEST(Configuration, AFaultOfOneStorageIsAFaultOfTheList) {
     for (const char* name : {"id", "name", "directory"}) {
-        EXPECT_EQ(fault_of_item(without(good_storage, name)),
+        EXPECT_EQ(fault_of_item(without(good_storage(), name)),
                   "get_element <" + std::string(name) + "> failed");
-        EXPECT_EQ(fault_of_item(with(good_storage, name, "")),
+        EXPECT_EQ(fault_of_item(with(good_storage(), name, "")),
                   "storage " + std::string(name) + " is invalid");
     }
-    EXPECT_EQ(fault_of_item(with(good_storage, "id", "4294967296")), "storage id is invalid");
+    EXPECT_EQ(fault_of_item(with(good_storage(), "id", "4294967296")), "storage id is invalid");
     StorageTable storages;
-    EXPECT_EQ(read_list(item(good_storage) + "<storage/>", storages), "into_element <item> failed");
+    EXPECT_EQ(read_list(item(good_storage()) + "<storage/>", storages),
+              "into_element <item> failed");
     Kestin::Base::Xml xml;
     ASSERT_TRUE(xml.set_document("<list/>"));
     EXPECT_EQ(configuration::read_storages(xml, storages), "into_element <storages> failed");

@@ -24,7 +24,9 @@ std::string request(const std::string& url) {
     return "GET " + url + " HTTP/1.1\r\nHost: x\r\n\r\n";
 }
 
-const std::string not_found = status_page("404 Not Found");
+std::string not_found() {
+    return status_page("404 Not Found");
+}
 
 class HttpPort : public testing::Test {
   protected:
@@ -66,7 +68,7 @@ TEST_F(HttpPort, ServesARequestWhenItsLastByteHasArrived) {
 TEST_F(HttpPort, AnswersRequestsOfOneBufferInOrder) {
     write("a.txt", "a");
     EXPECT_EQ(say("junk" + request("/a.txt") + "POST /b HTTP/1.0\r\n\r\nbody" + request("/")),
-              answer("200 OK", "text/plain", "a") + not_found +
+              answer("200 OK", "text/plain", "a") + not_found() +
                   answer("200 OK", "text/html", "<h1>main</h1>"));
     EXPECT_EQ(connection.received(), "");
 }
@@ -77,7 +79,7 @@ TEST_F(HttpPort, TakesNoFurtherRequestWhileThePeerLeavesAnswersUnread) {
     connection.send_mark = 500;
     EXPECT_EQ(say(request("/big.txt") + request("/big.txt") + request("/none")), big);
     EXPECT_EQ(say(""), big);
-    EXPECT_EQ(say(""), not_found);
+    EXPECT_EQ(say(""), not_found());
     EXPECT_EQ(connection.received(), "");
 }
 
@@ -90,7 +92,7 @@ TEST_F(HttpPort, EndsAConnectionThatSendsNoHttp) {
 }
 
 TEST_F(HttpPort, EndsAConnectionWhoseHeadHasNoEnd) {
-    EXPECT_EQ(say(request("/none") + "GET /" + std::string(65'000, 'x')), not_found);
+    EXPECT_EQ(say(request("/none") + "GET /" + std::string(65'000, 'x')), not_found());
     connection.feed(std::string(1000, 'x'));
     EXPECT_FALSE(service.on_recv(&connection));
 }
@@ -113,7 +115,7 @@ TEST_F(HttpPort, GoesOnBehindAnAnswerThatTheSendBufferRefused) {
     EXPECT_NE(served_.run_log().find("send_buffer_fill_len failed"), std::string::npos);
     EXPECT_NE(served_.debug_log().find("handle_http error"), std::string::npos);
     connection.fail_fill = false;
-    EXPECT_EQ(get("/x"), not_found);
+    EXPECT_EQ(get("/x"), not_found());
 }
 
 TEST_F(HttpPort, ServesFilesByTheirExtension) {
@@ -149,11 +151,11 @@ TEST_F(HttpPort, JoinsAUrlToTheFolderAsItStands) {
     write("page.html", "page");
     support::write_file(served_.root() + "wwwabc", "beside");
     EXPECT_EQ(get("abc"), answer("200 OK", "application/octet-stream", "beside"));
-    EXPECT_EQ(get("/page.html?x=1"), not_found);
-    EXPECT_EQ(get("/p%61ge.html"), not_found);
-    EXPECT_EQ(get("/sys"), not_found);
-    EXPECT_EQ(get("/sys/"), not_found);
-    EXPECT_EQ(get(" "), not_found);
+    EXPECT_EQ(get("/page.html?x=1"), not_found());
+    EXPECT_EQ(get("/p%61ge.html"), not_found());
+    EXPECT_EQ(get("/sys"), not_found());
+    EXPECT_EQ(get("/sys/"), not_found());
+    EXPECT_EQ(get(" "), not_found());
 }
 
 TEST_F(HttpPort, NeverLeavesTheFolder) {
@@ -169,15 +171,15 @@ TEST_F(HttpPort, WhatIsNoRegularFileIsNotFoundAtOnce) {
     std::filesystem::create_symlink("nowhere", www() + "dangling.html");
     for (const char* url : {"/folder", "/folder/", "/pipe.html", "/zero.html", "/dangling.html",
                             "/main.html/", "/none.html"}) {
-        EXPECT_EQ(get(url), not_found) << url;
+        EXPECT_EQ(get(url), not_found()) << url;
     }
-    EXPECT_EQ(get("/" + std::string(5000, 'n')), not_found);
+    EXPECT_EQ(get("/" + std::string(5000, 'n')), not_found());
 }
 
 TEST_F(HttpPort, AFileTooLargeForOneAnswerIsNotRead) {
     write("huge.bin", "");
     std::filesystem::resize_file(www() + "huge.bin", std::uintmax_t{1} << 40);
-    EXPECT_EQ(get("/huge.bin"), not_found);
+    EXPECT_EQ(get("/huge.bin"), not_found());
 }
 
 TEST_F(HttpPort, CommandsAreAnsweredWithTheirDocument) {

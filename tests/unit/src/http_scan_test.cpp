@@ -53,7 +53,10 @@ Outcome ends(Kind kind, const std::string& left) {
     return {{}, kind, left};
 }
 
-const std::string version = " HTTP/1.1\r\n\r\n";
+// What ends a request without header fields.
+std::string version() {
+    return " HTTP/1.1\r\n\r\n";
+}
 
 }  // namespace
 
@@ -63,18 +66,18 @@ TEST(HttpScan, ARequestIsServedWhenItsHeadHasEnded) {
         EXPECT_EQ(scan(request.substr(0, length)), waits(request.substr(0, length)));
     }
     EXPECT_EQ(scan(request), answers({"/a"}));
-    EXPECT_EQ(scan("GET /" + version), answers({"/"}));
-    EXPECT_EQ(scan("POST /b" + version), answers({"/b"}));
+    EXPECT_EQ(scan("GET /" + version()), answers({"/"}));
+    EXPECT_EQ(scan("POST /b" + version()), answers({"/b"}));
 }
 
 TEST(HttpScan, RequestsInOneBufferAreServedInOrder) {
-    const std::string first = "POST /a" + version;
-    EXPECT_EQ(scan(first + "GET /b" + version), answers({"/a", "/b"}));
-    EXPECT_EQ(scan("GET /b" + version + first), answers({"/b", "/a"}));
+    const std::string first = "POST /a" + version();
+    EXPECT_EQ(scan(first + "GET /b" + version()), answers({"/a", "/b"}));
+    EXPECT_EQ(scan("GET /b" + version() + first), answers({"/b", "/a"}));
 }
 
 TEST(HttpScan, AFollowingRequestWaitsForItsEnd) {
-    const std::string first = "GET /a" + version;
+    const std::string first = "GET /a" + version();
     EXPECT_EQ(scan(first + "GET /b HT"), answers({"/a"}, "GET /b HT"));
     EXPECT_EQ(scan(first + "GET /b HTTP/1.1\r\nHo"),
               answers({"/a"}, "1.1\r\n\r\nGET /b HTTP/1.1\r\nHo"));
@@ -82,16 +85,16 @@ TEST(HttpScan, AFollowingRequestWaitsForItsEnd) {
 }
 
 TEST(HttpScan, TheBeginningOfAMethodWordIsKept) {
-    EXPECT_EQ(scan("GET /a" + version + "PO"), answers({"/a"}, "\n\r\nPO"));
-    EXPECT_EQ(scan("POST /a" + version + "0123456789"), answers({"/a"}, "56789"));
+    EXPECT_EQ(scan("GET /a" + version() + "PO"), answers({"/a"}, "\n\r\nPO"));
+    EXPECT_EQ(scan("POST /a" + version() + "0123456789"), answers({"/a"}, "56789"));
     EXPECT_EQ(scan("xxxxxx\r\n\r\nxGET"), answers({}, "\nxGET"));
 }
 
 TEST(HttpScan, WhatIsNoRequestIsPassedOver) {
-    EXPECT_EQ(scan("xxGET /a" + version), answers({"/a"}));
-    EXPECT_EQ(scan("FORGET /a" + version), answers({"/a"}));
-    EXPECT_EQ(scan("PUT /a" + version), answers({}));
-    EXPECT_EQ(scan("get /a" + version), answers({}));
+    EXPECT_EQ(scan("xxGET /a" + version()), answers({"/a"}));
+    EXPECT_EQ(scan("FORGET /a" + version()), answers({"/a"}));
+    EXPECT_EQ(scan("PUT /a" + version()), answers({}));
+    EXPECT_EQ(scan("get /a" + version()), answers({}));
     EXPECT_EQ(scan("POST /a HTTP/1.1\r\nX: y\r\n\r\nbody\r\n"), answers({"/a"}));
     EXPECT_EQ(scan("GET /abcdefghij\r\n\r\n"), waits("GET /abcdefghij\r\n\r\n"));
     EXPECT_EQ(scan("junk GET /abcdefghij\r\n\r\n"), answers({}, "GET /abcdefghij\r\n\r\n"));
@@ -99,24 +102,24 @@ TEST(HttpScan, WhatIsNoRequestIsPassedOver) {
 
 TEST(HttpScan, AVersionOutsideItsRequestIsInvalid) {
     for (const std::string& bytes :
-         {" HTTP/1.1 GET /a" + version, "GET POST" + version, "POST GET /a" + version,
+         {" HTTP/1.1 GET /a" + version(), "GET POST" + version(), "POST GET /a" + version(),
           "GET  HTTP/1.1\r\n\r\n" + std::string()}) {
         EXPECT_EQ(scan(bytes), ends(Kind::invalid, bytes)) << bytes;
     }
-    EXPECT_EQ(scan("GET GET /a" + version), answers({"GET /a"}));
+    EXPECT_EQ(scan("GET GET /a" + version()), answers({"GET /a"}));
 }
 
 TEST(HttpScan, AUrlLosesTheWhiteSpaceAroundIt) {
-    EXPECT_EQ(scan("GET /a b" + version), answers({"/a b"}));
-    EXPECT_EQ(scan("GET  \t/a\r\n " + version), answers({"/a"}));
-    EXPECT_EQ(scan("GET  " + version), answers({" "}));
-    EXPECT_EQ(scan("GET \t\r\n" + version), answers({" "}));
-    EXPECT_EQ(scan("GET x" + version), answers({"x"}));
-    EXPECT_EQ(scan("GET \xA0/\xFF" + version), answers({"\xA0/\xFF"}));
+    EXPECT_EQ(scan("GET /a b" + version()), answers({"/a b"}));
+    EXPECT_EQ(scan("GET  \t/a\r\n " + version()), answers({"/a"}));
+    EXPECT_EQ(scan("GET  " + version()), answers({" "}));
+    EXPECT_EQ(scan("GET \t\r\n" + version()), answers({" "}));
+    EXPECT_EQ(scan("GET x" + version()), answers({"x"}));
+    EXPECT_EQ(scan("GET \xA0/\xFF" + version()), answers({"\xA0/\xFF"}));
 }
 
 TEST(HttpScan, AHeadWithoutEndHasALimit) {
-    const std::string before = "GET /a" + version;
+    const std::string before = "GET /a" + version();
     for (const std::string& start :
          {std::string("x"), std::string("GET /"), std::string("GET / HTTP/1.1\r\nHost: ")}) {
         const std::string longest =
@@ -138,7 +141,7 @@ TEST(HttpScan, AHeadWithoutEndHasALimit) {
 TEST(HttpScan, ManyRequestsInOneBufferAreAllFound) {
     std::string bytes;
     for (int index = 0; index < 100'000; ++index) {
-        bytes += "GET /" + std::to_string(index) + version;
+        bytes += "GET /" + std::to_string(index) + version();
     }
     const Outcome outcome = scan(bytes);
     ASSERT_EQ(outcome.urls.size(), 100'000U);

@@ -471,7 +471,7 @@ TEST(LiveNodeRecordTest, IsCopiedWholeWhileItIsWritten) {
     LiveNodeRecord live;
     live.reset(1);
     std::thread writer([&live] {
-        for (int round = 0; round < 20'000; ++round) {
+        for (std::size_t round = 0; round < 20'000; ++round) {
             live.set_transfer(NodeType::upload, std::string(round % 900 + 1, 'x'), 1, 1);
             live.set_user_info("{" + std::string(round % 900, 'u') + "}");
         }

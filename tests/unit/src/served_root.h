@@ -21,7 +21,7 @@ class ServedRoot {
         std::string group_by_user_id = "false";
         std::string pathname_use_lower = "false";
         std::string update_interval = "1";
-        std::string further_items = "";  // of the storage list
+        std::string further_items = {};  // of the storage list
     };
 
     ServedRoot() {
