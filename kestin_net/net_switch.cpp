@@ -1,8 +1,23 @@
 #include "kestin_net/net_switch.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 
 namespace Kestin::Net {
+namespace {
+
+// A connection costs a descriptor, and a transfer one more; the usual soft limit of 1024 is meant
+// for programs that use select(2). What the system refuses to give is done without.
+void raise_descriptor_limit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+}  // namespace
 
 NetSwitch& NetSwitch::instance() {
     static NetSwitch net_switch;
@@ -18,6 +33,7 @@ void NetSwitch::run_thread_start() const {
 // Every send of this library asks for no signal by itself; ignoring SIGPIPE covers what writes to
 // a broken pipe elsewhere in the process, such as a console that has gone.
 bool NetSwitch::init() {
+    raise_descriptor_limit();
     return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 }
 

@@ -5,7 +5,8 @@
 namespace Kestin::Net {
 
 // The process-wide state of the network layer: a peer that has gone must show as a failed write,
-// never as a signal that ends the process. Process singleton; `init` before the first
+// never as a signal that ends the process, and as many descriptors may be open as the system's hard
+// limit allows. Process singleton; `init` before the first
 // TcpManager::init, `exit` after the last TcpManager::exit.
 class NetSwitch {
   public:

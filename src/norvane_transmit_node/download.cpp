@@ -1,14 +1,11 @@
 #include "kestin_base/file_system.h"
 #include "src/norvane_transmit_node/event_lookup.h"
-#include "src/norvane_transmit_node/file_steps.h"
 #include "src/norvane_transmit_node/framing.h"
 #include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 
 using Kestin::Base::file_get_size;
 using Kestin::Base::file_get_time;
-using Kestin::Base::kestin_access_safe;
-using Kestin::Base::kestin_path_is_directory;
 
 namespace {
 
@@ -27,16 +24,12 @@ message::Status NorvaneTransmitNode::do_handle_download_file_prepare_request(
     const std::string file_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
     const char* name = file_path.c_str();
-    if (file_path.size() > longest_transfer_path || !kestin_access_safe(name)) {
-        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] can not access file (%s)",
-                       session_id(), name);
-        return message::status_access_failed;
+    if (file_path.size() > longest_transfer_path) {
+        return refuse_access(file_path);
     }
     bool is_directory = false;
-    if (!kestin_path_is_directory(name, is_directory)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path stat failed (%s)", session_id(),
-                       name);
-        return message::status_path_stat_failed;
+    if (const auto status = examine_path(file_path, is_directory); status != message::status_ok) {
+        return status;
     }
     if (is_directory) {
         kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",

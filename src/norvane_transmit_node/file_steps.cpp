@@ -15,6 +15,24 @@ bool NorvaneTransmitNode::find_storage(std::uint32_t storage_id) {
     return true;
 }
 
+message::Status NorvaneTransmitNode::examine_path(const std::string& path, bool& is_directory) {
+    if (!kestin_access_safe(path.c_str())) {
+        return refuse_access(path);
+    }
+    if (!kestin_path_is_directory(path.c_str(), is_directory)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path stat failed (%s)", session_id(),
+                       path.c_str());
+        return message::status_path_stat_failed;
+    }
+    return message::status_ok;
+}
+
+message::Status NorvaneTransmitNode::refuse_access(const std::string& path) {
+    kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] can not access file (%s)", session_id(),
+                   path.c_str());
+    return message::status_access_failed;
+}
+
 bool NorvaneTransmitNode::remove_file(KESTIN_LOG_LEVEL level, const std::string& path) {
     if (!kestin_chmod_safe(path.c_str())) {
         kestin_run_log(level, LOG_PLACE, "[%I64u] chmod file failed (%s)", session_id(),

@@ -1,6 +1,5 @@
 #include "src/norvane_transmit_node/folder_listing.h"
 
-#include "kestin_base/file_system.h"
 #include "kestin_base/log.h"
 #include "kestin_base/xml.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
@@ -8,8 +7,6 @@
 #include "src/shared/log_place.h"
 
 using Kestin::Base::Directory;
-using Kestin::Base::kestin_access_safe;
-using Kestin::Base::kestin_path_is_directory;
 using Kestin::Base::Xml;
 
 namespace {
@@ -68,16 +65,9 @@ message::Status NorvaneTransmitNode::do_handle_get_path_content_request(
     const std::string full_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
     const char* name = full_path.c_str();
-    if (!kestin_access_safe(name)) {
-        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] can not access file (%s)",
-                       session_id(), name);
-        return message::status_access_failed;
-    }
     bool is_directory = false;
-    if (!kestin_path_is_directory(name, is_directory)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path stat failed (%s)", session_id(),
-                       name);
-        return message::status_path_stat_failed;
+    if (const auto status = examine_path(full_path, is_directory); status != message::status_ok) {
+        return status;
     }
     if (!is_directory) {
         return message::status_path_is_file;

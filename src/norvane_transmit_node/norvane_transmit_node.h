@@ -84,6 +84,8 @@ class NorvaneTransmitNode : public INorvaneSession {
     bool find_storage(std::uint32_t storage_id);
     template <typename Event>
     Event* find_event();
+    message::Status examine_path(const std::string& path, bool& is_directory);
+    message::Status refuse_access(const std::string& path);
     bool remove_file(KESTIN_LOG_LEVEL level, const std::string& path);
     bool put_in_place(const std::string& temp_path, const std::string& target_path,
                       std::int64_t time);

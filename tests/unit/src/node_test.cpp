@@ -76,6 +76,13 @@ std::string download_data(std::int64_t offset) {
     return wire(request);
 }
 
+std::string transmit_speed(std::uint32_t send_speed) {
+    message::SetTransmitSpeedRequest request{};
+    request.type = message::SetTransmitSpeed::type;
+    request.send_speed = send_speed;
+    return wire(request);
+}
+
 template <typename Row>
 std::string type_only() {
     return wire(message::TypeOnlyRequest{.type = Row::type});
@@ -101,8 +108,6 @@ std::string rename_request(const std::string& old_path, const std::string& new_p
 
 // One well-formed request of each type, none of which needs another before it.
 std::vector<std::string> all_requests() {
-    message::SetTransmitSpeedRequest speed{};
-    speed.type = message::SetTransmitSpeed::type;
     message::CheckStorageIdRequest check{};
     check.type = message::CheckStorageId::type;
     return {
@@ -118,7 +123,7 @@ std::vector<std::string> all_requests() {
         wire(message::SetUserInformationRequest{.type = 18, .text_length = 2}) + "{}",
         type_only<message::GetStorageInformation>(),
         type_only<message::GetNorvaneNodeCount>(),
-        wire(speed),
+        transmit_speed(0),
         wire(check),
         path_request<message::GetPathContent>(""),
         wire(message::TestDataRequest{.type = 30, .data_length = 3}) + "abc",
@@ -309,7 +314,7 @@ TEST_F(NodeTest, PumpsOneChunkACallUntilALimitIsSet) {
     support::write_file(served_.storage() + "m", std::string(1 << 20, 'm'));
     constexpr std::size_t frame = 8 + 65536;
     Client client(served_);
-    client.ask(download_prepare("m"));
+    client.ask(transmit_speed(0) + download_prepare("m"));
     EXPECT_EQ(client.ask(download_data(0)).size(), frame);
     for (int call = 1; call < 16; ++call) {
         EXPECT_TRUE(client.send_ready());
@@ -324,10 +329,7 @@ TEST_F(NodeTest, PumpsOneChunkACallUntilALimitIsSet) {
     EXPECT_TRUE(client.send_ready());
     EXPECT_EQ(client.connection.take_sent(), "");
 
-    message::SetTransmitSpeedRequest speed{};
-    speed.type = message::SetTransmitSpeed::type;
-    speed.send_speed = UINT32_MAX;
-    client.ask(wire(speed));
+    client.ask(transmit_speed(UINT32_MAX));
     EXPECT_EQ(client.ask(download_data(1)).size(), (1 << 20) - 1 + 16 * 8 + 8);
 }
 
@@ -360,10 +362,7 @@ TEST_F(NodeTest, ComesOutOfThePoolAsNewButForItsSpeedLimit) {
     std::uint64_t id = 0;
     {
         Client client(served_);
-        message::SetTransmitSpeedRequest speed{};
-        speed.type = message::SetTransmitSpeed::type;
-        speed.send_speed = 3 * 65544;
-        client.ask(wire(speed));
+        client.ask(transmit_speed(UINT32_MAX));
         client.ask(wire(message::SetUserInformationRequest{.type = 18, .text_length = 7}) +
                    R"({"a":1})");
         client.ask(upload_prepare("p", 5, time) + upload_data("he"));
@@ -385,7 +384,8 @@ TEST_F(NodeTest, ComesOutOfThePoolAsNewButForItsSpeedLimit) {
     EXPECT_STREQ(record.node_filename, "");
     EXPECT_EQ(record.node_type, NodeType::message);
     support::write_file(served_.storage() + "m", std::string(1 << 20, 'm'));
-    EXPECT_EQ(clients.back()->ask(download_prepare("m") + download_data(0)).size(), 24 + 3 * 65544);
+    EXPECT_EQ(clients.back()->ask(download_prepare("m") + download_data(0)).size(),
+              24 + (1 << 20) + 17 * 8);
 }
 
 TEST_F(NodeTest, RefusesASecondBinding) {
