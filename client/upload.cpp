@@ -14,7 +14,7 @@ namespace {
 
 // File data per message: the server takes it while it is in its cache. Measured, messages of 256
 // KiB cost the server twice as much.
-constexpr std::size_t block_size = 64 * 1024;
+constexpr std::size_t block_size = 64UL * 1024;
 // File data per read and send: large enough that system calls don't count.
 constexpr std::size_t batch_size = most_blocks * block_size;
 constexpr std::size_t page_size = 4096;

@@ -13,9 +13,9 @@ namespace {
 
 // Received at once: large enough that system calls don't count, small enough to stay in the cache
 // until the data is written.
-constexpr std::int64_t largest_buffer = 512 * 1024;
+constexpr std::int64_t largest_buffer = 512L * 1024;
 // Room for an enciphered block of 64 KiB with its padding and header, whatever is expected.
-constexpr std::int64_t smallest_buffer = 72 * 1024;
+constexpr std::int64_t smallest_buffer = 72L * 1024;
 // Pieces of one call, at most: writev takes 1024 (IOV_MAX).
 constexpr std::size_t most_pieces = 1024;
 constexpr auto payload_key = message::make_payload_key();
