@@ -6,10 +6,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace support {
 
@@ -43,7 +44,9 @@ class Sha256 {
 
 std::string read_file(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return std::move(bytes).str();
 }
 
 void write_file(const std::string& path, std::string_view bytes) {
