@@ -6,8 +6,8 @@
 namespace transmit {
 namespace {
 
-constexpr std::size_t longest_head = 64 * 1024;
-constexpr std::size_t longest_body = 64 * 1024 * 1024;
+constexpr std::size_t longest_head = 64UL * 1024;
+constexpr std::size_t longest_body = 64UL * 1024 * 1024;
 constexpr std::string_view end_of_head = "\r\n\r\n";
 
 Error bad_http(const char* why) {
@@ -15,7 +15,7 @@ Error bad_http(const char* why) {
 }
 
 Result<void> receive_more(Socket& socket, std::string& text) {
-    std::array<char, 16 * 1024> piece;
+    std::array<char, 16384> piece;
     const auto size = socket.receive_some(piece.data(), piece.size());
     if (!size) {
         return size.error();

@@ -46,7 +46,7 @@ class DownloadConversation {
             }
             part_ = *std::move(opened);
         }
-        const auto start = part_->prepare(source);
+        auto start = part_->prepare(source);
         if (start && (!attempted_ || source != source_)) {
             attempted_ = true;
             source_ = source;

@@ -1,7 +1,16 @@
+#include <cstdio>
+
 #include "client/cli/command_line.h"
 #include "client/cli/interrupt.h"
+#include "client/cli/terminal.h"
 
 int main(int argument_count, char** arguments) {
-    transmit::cli::catch_interrupt();
-    return static_cast<int>(transmit::cli::run_command_line(argument_count, arguments));
+    using namespace transmit::cli;
+    catch_interrupt();
+    ExitCode code = run_command_line(argument_count, arguments);
+    if (std::fflush(stdout) != 0 && code == ExitCode::done) {
+        complain("standard output can't be written");
+        code = ExitCode::other_error;
+    }
+    return static_cast<int>(code);
 }

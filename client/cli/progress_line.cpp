@@ -1,7 +1,8 @@
 #include "client/cli/progress_line.h"
 
-#include <array>
-#include <cstdio>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
 
 #include "client/cli/terminal.h"
 
@@ -11,23 +12,32 @@ namespace {
 constexpr std::chrono::milliseconds refresh{100};
 
 std::string shown_duration(double seconds) {
-    const auto whole = static_cast<long long>(seconds);
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
-                  whole % 60);
-    return text.data();
+    const auto whole = static_cast<std::int64_t>(seconds);
+    std::ostringstream text;
+    text << whole / 3600 << std::setfill('0') << ':' << std::setw(2) << whole / 60 % 60 << ':'
+         << std::setw(2) << whole % 60;
+    return text.str();
+}
+
+std::string shown_percent(double done, double total) {
+    const auto percent = static_cast<int>(total > 0 ? 100 * done / total : 100);
+    return std::string(percent < 10    ? 2
+                       : percent < 100 ? 1
+                                       : 0,
+                       ' ') +
+           std::to_string(percent) + " %";
 }
 
 }  // namespace
 
-ProgressLine::ProgressLine(std::string name, bool quiet)
+ProgressLine::ProgressLine(std::string_view name, bool quiet)
     : name_(shown(name)), width_(quiet ? 0 : terminal_width()) {
 }
 
 // Back to the line's start, and clear it (ECMA-48, EL).
 ProgressLine::~ProgressLine() {
     if (width_ > 0) {
-        std::fputs("\r\033[K", stderr);
+        std::cerr << "\r\033[K";
     }
 }
 
@@ -36,22 +46,19 @@ void ProgressLine::show(const Progress& progress) {
         return;
     }
     next_ = Clock::now() + refresh;
-    std::string line = text(progress);
+    const std::string line = text(progress);
     const std::string name =
         name_.substr(0, width_ > line.size() + 2 ? width_ - line.size() - 2 : 0);
-    std::fprintf(stderr, "\r\033[K%s %s", name.c_str(), line.c_str());
-    std::fflush(stderr);
+    std::cerr << "\r\033[K" + name + " " + line;
 }
 
 std::string ProgressLine::text(const Progress& progress) const {
     const auto done = static_cast<double>(progress.done);
     const auto total = static_cast<double>(progress.total);
     const std::chrono::duration<double> elapsed = Clock::now() - start_;
-    const double moved = static_cast<double>(progress.done - progress.resumed_from);
+    const auto moved = static_cast<double>(progress.done - progress.resumed_from);
     const double speed = elapsed.count() > 0 ? moved / elapsed.count() : 0;
-    std::array<char, 8> percent{};
-    std::snprintf(percent.data(), percent.size(), "%3.0f %%", total > 0 ? 100 * done / total : 100);
-    std::string line = std::string(percent.data()) + "  " + shown_size(done) + " of " +
+    std::string line = shown_percent(done, total) + "  " + shown_size(done) + " of " +
                        shown_size(total) + "  " + shown_size(speed) + "/s";
     if (speed > 0) {
         line += "  " + shown_duration((total - done) / speed) + " left";

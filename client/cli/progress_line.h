@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 
 #include "client/transfer.h"
 
@@ -11,7 +12,7 @@ namespace transmit::cli {
 // gone when the transfer is over. Without a terminal on standard error it does nothing.
 class ProgressLine {
   public:
-    ProgressLine(std::string name, bool quiet);
+    ProgressLine(std::string_view name, bool quiet);
     ~ProgressLine();
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;

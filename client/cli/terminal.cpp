@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
 #include <ctime>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
 
 #include "client/status_text.h"
 
@@ -17,6 +19,11 @@ bool is_control(std::string_view text, std::size_t position) {
     const auto byte = static_cast<unsigned char>(text[position]);
     const auto former = position > 0 ? static_cast<unsigned char>(text[position - 1]) : 0;
     return byte < 0x20 || byte == 0x7F || (former == 0xC2 && byte >= 0x80 && byte < 0xA0);
+}
+
+std::string escaped(unsigned char byte) {
+    constexpr auto digits = "0123456789ABCDEF";
+    return {'\\', 'x', digits[byte / 16], digits[byte % 16]};
 }
 
 std::string_view next_step(const Error& error) {
@@ -44,10 +51,7 @@ std::string shown(std::string_view text) {
     std::string result;
     for (std::size_t position = 0; position < text.size(); ++position) {
         if (is_control(text, position)) {
-            std::array<char, 5> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\x%02X",
-                          static_cast<unsigned>(static_cast<unsigned char>(text[position])));
-            result += escape.data();
+            result += escaped(static_cast<unsigned char>(text[position]));
         } else {
             result += text[position];
         }
@@ -61,9 +65,9 @@ std::string shown_size(double bytes) {
     for (; bytes >= 1024 && unit + 1 < units.size(); ++unit) {
         bytes /= 1024;
     }
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
-    return text.data();
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(unit == 0 ? 0 : 1) << bytes << ' ' << units[unit];
+    return text.str();
 }
 
 std::string shown_time(std::int64_t seconds) {
@@ -86,7 +90,7 @@ std::size_t terminal_width() {
 }
 
 void complain(std::string_view text) {
-    std::fprintf(stderr, "transmit: %s\n", shown(text).c_str());
+    std::cerr << "transmit: " + shown(text) + "\n";
 }
 
 void complain(std::string_view subject, const Error& error) {

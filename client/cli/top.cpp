@@ -71,16 +71,17 @@ void print_tables(const Documents& documents, std::size_t lines) {
     }
 }
 
-void print(const Documents& documents, const TopOptions& options, bool refreshed) {
+// False if standard output takes no more.
+bool print(const Documents& documents, const TopOptions& options, bool refreshed) {
     if (options.json) {
         std::printf("%s\n%s\n", documents.statistics.c_str(), documents.nodes.c_str());
     } else if (refreshed) {
-        std::fputs("\033[H\033[2J", stdout);
+        std::printf("\033[H\033[2J");
         print_tables(documents, free_lines());
     } else {
         print_tables(documents, std::numeric_limits<std::size_t>::max());
     }
-    std::fflush(stdout);
+    return std::fflush(stdout) == 0;
 }
 
 }  // namespace
@@ -93,8 +94,8 @@ ExitCode top(const Common& common, const TopOptions& options) {
             complain("", documents.error());
             return exit_code(documents.error());
         }
-        if (documents) {
-            print(*documents, options, refreshed);
+        if (documents && !print(*documents, options, refreshed)) {
+            return ExitCode::other_error;
         }
         if (options.once || interrupted()) {
             break;
