@@ -1,5 +1,7 @@
 #include "src/command_line/command_line_base.h"
 
+#include <utility>
+
 #include "kestin_base/strings.h"
 #include "src/command_line/http_status.h"
 
@@ -39,8 +41,8 @@ void CommandLineBase::set_error(const std::string& text) {
     result_ = error_document(text);
 }
 
-void CommandLineBase::set_result(const std::string& document, const std::string& status) {
-    result_ = document;
+void CommandLineBase::set_result(std::string document, const std::string& status) {
+    result_ = std::move(document);
     status_ = status;
 }
 

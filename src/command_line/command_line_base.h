@@ -41,7 +41,7 @@ class CommandLineBase {
 
     // Writes result and status.
     virtual bool do_execute() = 0;
-    void set_result(const std::string& document, const std::string& status);
+    void set_result(std::string document, const std::string& status);
 
     // True if the option is new.
     bool add_option(const std::string& name);

@@ -8,22 +8,45 @@
 
 namespace {
 
-std::string quoted(std::string_view text) {
-    return '"' + std::string(text) + '"';
-}
+// Writes the members of an object, `"key":value`, to the end of a text. Lists of thousands of nodes
+// are polled: no piece is made apart and copied.
+class MemberWriter {
+  public:
+    explicit MemberWriter(std::string& out) : out_(out) {}
 
-std::string float_text(double value) {
-    constexpr int precision = 6;
-    std::array<char, 32> text;
-    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), value,
-                                            std::chars_format::general, precision);
-    return {text.data(), end};
-}
+    void number(std::string_view key, std::uint64_t value) {
+        begin(key);
+        append_number(value);
+    }
+    void number(std::string_view key, double value) {
+        constexpr int precision = 6;
+        begin(key);
+        append_number(value, std::chars_format::general, precision);
+    }
+    void text(std::string_view key, std::string_view value) {
+        begin(key);
+        out_.append(1, '"').append(value).append(1, '"');
+    }
+    void object(std::string_view key, std::string_view value) {
+        begin(key);
+        out_ += value;
+    }
 
-// "key":value
-std::string member(std::string_view key, const std::string& value) {
-    return quoted(key) + ':' + value;
-}
+  private:
+    void begin(std::string_view key) {
+        out_.append(separator_).append(1, '"').append(key).append("\":");
+        separator_ = ",";
+    }
+    void append_number(auto value, auto... form) {
+        std::array<char, 32> digits;
+        const auto [end, error] =
+            std::to_chars(digits.data(), digits.data() + digits.size(), value, form...);
+        out_.append(digits.data(), end);
+    }
+
+    std::string& out_;
+    const char* separator_ = "";
+};
 
 std::string local_time_text(std::uint64_t time) {
     return Kestin::Base::kestin_get_datetime(Kestin::Base::kestin_make_localtime(time), "-", ":",
@@ -57,16 +80,22 @@ std::string escape_backslashes(const std::string& text) {
 }
 
 void make_node_document(const NodeRecord& record, std::string& out) {
-    const std::string document = '{' + member("node_id", std::to_string(record.node_id)) + ',' +
-                                 member("node_ip", quoted(record.node_ip)) + ',' +
-                                 member("node_port", std::to_string(record.node_port)) + ',' +
-                                 member("node_type", quoted(node_type_text(record.node_type))) +
-                                 ',' + member("node_speed", float_text(record.node_speed)) + ',' +
-                                 member("node_filename", quoted(record.node_filename)) + ',' +
-                                 member("node_filesize", std::to_string(record.node_filesize)) +
-                                 ',' + member("node_progress", float_text(record.node_progress)) +
-                                 ',' + member("node_user_info", record.node_user_info) + '}';
-    out += escape_backslashes(document);
+    const std::size_t begin = out.size();
+    out += '{';
+    MemberWriter members(out);
+    members.number("node_id", record.node_id);
+    members.text("node_ip", record.node_ip);
+    members.number("node_port", std::uint64_t{record.node_port});
+    members.text("node_type", node_type_text(record.node_type));
+    members.number("node_speed", record.node_speed);
+    members.text("node_filename", record.node_filename);
+    members.number("node_filesize", record.node_filesize);
+    members.number("node_progress", record.node_progress);
+    members.object("node_user_info", record.node_user_info);
+    out += '}';
+    if (out.find('\\', begin) != std::string::npos) {
+        out.replace(begin, std::string::npos, escape_backslashes(out.substr(begin)));
+    }
 }
 
 void make_transmit_list_document(const std::list<NodeRecord>& records, std::string& out) {
@@ -81,21 +110,15 @@ void make_transmit_list_document(const std::list<NodeRecord>& records, std::stri
 }
 
 void make_transmit_statistics_document(const TransmitStatistics& statistics, std::string& out) {
-    const auto number = [](std::string_view key, std::uint64_t value) {
-        return member(key, std::to_string(value)) + ',';
-    };
-    const auto speed = [](std::string_view key, double value) {
-        return member(key, float_text(value)) + ',';
-    };
-    out =
-        R"({"transmit_statistics":{)" +
-        number("message_connection_count", statistics.message_connection_count) +
-        number("upload_connection_count", statistics.upload_connection_count) +
-        number("download_connection_count", statistics.download_connection_count) +
-        speed("upload_max_speed", statistics.upload_max_speed) +
-        speed("download_max_speed", statistics.download_max_speed) +
-        speed("upload_total_speed", statistics.upload_total_speed) +
-        speed("download_total_speed", statistics.download_total_speed) +
-        member("last_data_update_time", quoted(local_time_text(statistics.last_data_update_time))) +
-        "}}";
+    out = R"({"transmit_statistics":{)";
+    MemberWriter members(out);
+    members.number("message_connection_count", statistics.message_connection_count);
+    members.number("upload_connection_count", statistics.upload_connection_count);
+    members.number("download_connection_count", statistics.download_connection_count);
+    members.number("upload_max_speed", statistics.upload_max_speed);
+    members.number("download_max_speed", statistics.download_max_speed);
+    members.number("upload_total_speed", statistics.upload_total_speed);
+    members.number("download_total_speed", statistics.download_total_speed);
+    members.text("last_data_update_time", local_time_text(statistics.last_data_update_time));
+    out += "}}";
 }

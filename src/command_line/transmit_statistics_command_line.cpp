@@ -1,5 +1,7 @@
 #include "src/command_line/transmit_statistics_command_line.h"
 
+#include <utility>
+
 #include "src/command_line/documents.h"
 #include "src/command_line/http_status.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
@@ -12,6 +14,6 @@ bool TransmitStatisticsCommandLine::do_execute() {
     NorvaneTransmitService::instance().get_transmit_statistics(statistics);
     std::string document;
     make_transmit_statistics_document(statistics, document);
-    set_result(document, http_status::ok);
+    set_result(std::move(document), http_status::ok);
     return true;
 }
