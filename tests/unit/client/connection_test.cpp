@@ -134,7 +134,7 @@ TEST(Listing, HoldsAVeryLargeFolder) {
     const std::string name(200, 'n');
     std::string document = "<root>";
     for (int index = 0; index < 60'000; ++index) {
-        document.append("<file name=\"").append(name).append("\" size=\"1\" time=\"0\"/>");
+        document.append(R"(<file name=")").append(name).append(R"(" size="1" time="0"/>)");
     }
     const auto entries = transmit::parse_listing(document + "</root>");
     ASSERT_TRUE(entries) << entries.error().text;

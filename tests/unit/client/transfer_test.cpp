@@ -18,7 +18,6 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 using support::read_file;
 using support::write_file;
-using transmit::Error;
 using transmit::ErrorKind;
 using transmit::Progress;
 
@@ -265,6 +264,7 @@ TEST_F(Transfer, DownloadResumesItsPartAfterABrokenConnection) {
                        }});
     const auto report = download(peer);
     ASSERT_TRUE(report) << report.error().text;
+    EXPECT_EQ(peer.played(), 2U);
     EXPECT_EQ(resumed, 66'536);
     EXPECT_TRUE(read_file(target_) == content_);
     EXPECT_EQ(time_of(target_), source_time);
