@@ -19,5 +19,4 @@ constexpr PayloadKey make_payload_key() {
     return key;
 }
 
-
 }  // namespace message

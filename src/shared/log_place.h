@@ -25,7 +25,7 @@ consteval Text<Size> folder_of(const char (&source)[Size]) {
     const std::string_view path{source, Size - 1};
     const std::size_t begin = path.rfind("src/");
     const std::size_t end = path.rfind('/');
-    return copy_text<Size>(path.substr(begin == path.npos ? 0 : begin, end - begin));
+    return copy_text<Size>(path.substr(begin == std::string_view::npos ? 0 : begin, end - begin));
 }
 
 // "NorvaneTransmitNode::on_recv_data" of "bool NorvaneTransmitNode::on_recv_data(Connection*)".
@@ -34,12 +34,12 @@ template <std::size_t Size>
 consteval Text<Size> name_of(const char (&pretty)[Size]) {
     std::string_view name{pretty, Size - 1};
     for (const std::string_view unnamed : {"{anonymous}::", "(anonymous namespace)::"}) {
-        if (const std::size_t at = name.find(unnamed); at != name.npos) {
+        if (const std::size_t at = name.find(unnamed); at != std::string_view::npos) {
             name.remove_prefix(at + unnamed.size());
         }
     }
     name = name.substr(0, name.find('('));
-    if (const std::size_t blank = name.find_last_of(" *&"); blank != name.npos) {
+    if (const std::size_t blank = name.find_last_of(" *&"); blank != std::string_view::npos) {
         name.remove_prefix(blank + 1);
     }
     return copy_text<Size>(name);
