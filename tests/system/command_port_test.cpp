@@ -28,11 +28,6 @@ using std::chrono::steady_clock;
 constexpr std::size_t kibibyte = 1024;
 constexpr std::size_t mebibyte = 1024 * kibibyte;
 
-const Answer not_found = status_page("404 Not Found");
-const Answer forbidden = status_page("403 Forbidden");
-const Answer bad_request = status_page("400 Bad Request");
-const Answer precondition_failed = status_page("412 Precondition Failed");
-
 bool has_sanitizer() {
     return !std::string_view(TRANSMIT_SANITIZE).empty();
 }
@@ -51,6 +46,10 @@ class CommandPortTest : public ServerTest {
     }
 
     HttpPeer http;
+    const Answer not_found = status_page("404 Not Found");
+    const Answer forbidden = status_page("403 Forbidden");
+    const Answer bad_request = status_page("400 Bad Request");
+    const Answer precondition_failed = status_page("412 Precondition Failed");
 };
 
 TEST_F(CommandPortTest, TakesRequestsInAnyPieces) {

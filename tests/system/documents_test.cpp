@@ -207,7 +207,7 @@ TEST_F(DocumentsTest, StayWellFormedAndTrueWhileTransfersMove) {
     ASSERT_TRUE(await([&] {
         list = nodes();
         return std::ranges::all_of(list,
-                                   [](const json& node) { return node.at("node_filename") == ""; });
+                                   [](const json& node) { return node.at("node_filesize") == 0; });
     }));
     EXPECT_EQ(count_of(list, "upload"), Transfers::pair_count);
     EXPECT_EQ(count_of(list, "download"), Transfers::pair_count);

@@ -14,7 +14,7 @@ std::string head_of(const Answer& answer, std::size_t size) {
 // What stands between a text and the end of its line.
 std::string_view behind(std::string_view text, std::string_view head) {
     const std::size_t begin = head.find(text);
-    if (begin == head.npos) {
+    if (begin == std::string_view::npos) {
         return {};
     }
     const std::string_view rest = head.substr(begin + text.size());
