@@ -71,7 +71,7 @@ std::uint32_t enciphered_size(std::uint32_t plain) {
 TEST_F(DownloadTest, StreamsFilesOfAnySizeFromAnyOffset) {
     for (const std::int64_t size : {std::int64_t{0}, std::int64_t{1}, std::int64_t{16}, chunk - 1,
                                     chunk, chunk + 1, 2 * chunk, 16 * chunk}) {
-        const std::string file = support::random_bytes(size, 5);
+        const std::string file = support::random_bytes(static_cast<std::uint64_t>(size), 5);
         stored_file::put(in_storage("f"), file, 1234);
         for (const bool encrypted : {false, true}) {
             ASSERT_EQ(peer.prepare(Download{.path = "f", .encrypted = encrypted}),
@@ -80,7 +80,8 @@ TEST_F(DownloadTest, StreamsFilesOfAnySizeFromAnyOffset) {
                                               size + 1, std::int64_t{1} << 40}) {
                 SCOPED_TRACE(testing::Message() << size << " bytes from " << offset);
                 const Stream stream = peer.stream_from(offset, encrypted);
-                const std::string expected = offset < size ? file.substr(offset) : "";
+                const std::string expected =
+                    offset < size ? file.substr(static_cast<std::size_t>(offset)) : "";
                 EXPECT_EQ(stream.status, status_ok);
                 EXPECT_EQ(stream.plain.size(), expected.size());
                 EXPECT_TRUE(stream.plain == expected);

@@ -74,7 +74,8 @@ bool allow_descriptors(pid_t server, rlim_t wanted) {
 TEST_F(LoadTest, MovesTheFilesOfTwoHundredClientsAtOnce) {
     constexpr int client_count = 200;
     const auto bytes_of = [](int client) {
-        return support::random_bytes(200000 + client * 1000, client);
+        const auto seed = static_cast<std::uint64_t>(client);
+        return support::random_bytes(200000 + seed * 1000, seed);
     };
     std::vector<std::thread> clients;
     for (int client = 0; client < client_count; ++client) {

@@ -22,9 +22,9 @@ constexpr std::int64_t file_time = 1234567890;
 
 enum class Cut { connection_reset, server_terminated, server_killed };
 
-class ResumeTest : public testing::TestWithParam<int> {
+class ResumeTest : public testing::TestWithParam<unsigned> {
   protected:
-    ResumeTest() : generator(static_cast<unsigned>(GetParam())), cut(Cut(GetParam() % 3)) {}
+    ResumeTest() : generator(GetParam()), cut(Cut(GetParam() % 3)) {}
 
     std::size_t random_up_to(std::size_t most) {
         return std::uniform_int_distribution<std::size_t>(0, most)(generator);
@@ -80,7 +80,8 @@ TEST_P(ResumeTest, AnUploadGoesOnFromWhatWasStored) {
     ASSERT_EQ(prepared.status, message::status_file_incomplete);
     // A server that is killed can't stamp its file, which is then of no use to the next one.
     EXPECT_EQ(prepared.offset, cut == Cut::server_killed ? 0 : std::ssize(bytes.substr(0, stored)));
-    peer.send_file_data(std::string_view(bytes).substr(prepared.offset), block, upload.encrypted);
+    peer.send_file_data(std::string_view(bytes).substr(static_cast<std::size_t>(prepared.offset)),
+                        block, upload.encrypted);
     EXPECT_EQ(peer.finish_upload(), status_ok);
     EXPECT_EQ(support::sha256_of_file(in_storage("folder/file")), support::sha256(bytes));
     EXPECT_EQ(stored_file::time_of(in_storage("folder/file")), file_time);
@@ -152,7 +153,7 @@ TEST_P(ClientResumeTest, ADownloadOutlivesItsServer) {
     EXPECT_FALSE(stored_file::exists(local + ".part"));
 }
 
-INSTANTIATE_TEST_SUITE_P(TwentyCuts, ResumeTest, testing::Range(0, 20));
+INSTANTIATE_TEST_SUITE_P(TwentyCuts, ResumeTest, testing::Range(0U, 20U));
 INSTANTIATE_TEST_SUITE_P(BothEnds, ClientResumeTest, testing::Values(1, 2, 4, 5));
 
 }  // namespace

@@ -113,7 +113,8 @@ TEST_F(UploadTest, DecidesByTargetAndTemporaryFile) {
         } else {
             EXPECT_FALSE(exists(in_storage(name)));
             EXPECT_EQ(std::filesystem::file_size(in_storage(name + ".tcp")), row.answer.offset);
-            peer.send_file_data(content.substr(0, row.announced_size).substr(row.answer.offset),
+            peer.send_file_data(content.substr(0, row.announced_size)
+                                    .substr(static_cast<std::size_t>(row.answer.offset)),
                                 99);
             EXPECT_EQ(peer.finish_upload(), status_ok);
         }
@@ -358,9 +359,9 @@ TEST_F(UploadTest, FreesATargetWithTheConnection) {
 // Of all that prepare one target at once, one gets it, whatever the others do to win it.
 TEST_F(UploadTest, LetsExactlyOneOfManyClientsThrough) {
     constexpr int rounds = 20;
-    constexpr int client_count = 6;
+    constexpr std::size_t client_count = 6;
     std::vector<std::unique_ptr<Peer>> clients;
-    for (int client = 0; client < client_count; ++client) {
+    for (std::size_t client = 0; client < client_count; ++client) {
         clients.push_back(std::make_unique<Peer>(server.transmit_port()));
     }
     for (int round = 0; round < rounds; ++round) {
@@ -368,28 +369,29 @@ TEST_F(UploadTest, LetsExactlyOneOfManyClientsThrough) {
         lay(in_storage("n.tcp"), Lying{9, 2});
         std::vector<UploadPrepared> answers(client_count);
         std::vector<std::thread> threads;
-        for (int client = 0; client < client_count; ++client) {
+        for (std::size_t client = 0; client < client_count; ++client) {
             threads.emplace_back([&, client] {
-                answers[client] = clients[client]->prepare(announced("n", 1000, 100 + client));
+                answers[client] = clients[client]->prepare(
+                    announced("n", 1000, 100 + static_cast<std::int64_t>(client)));
                 if (answers[client] == go_on_from(0)) {
                     clients[client]->send_file_data(content, 10);
                 }
             });
         }
-        int winner = -1;
-        for (int client = 0; client < client_count; ++client) {
+        std::size_t winner = client_count;
+        for (std::size_t client = 0; client < client_count; ++client) {
             threads[client].join();
             if (answers[client] == go_on_from(0)) {
-                EXPECT_EQ(winner, -1);
+                EXPECT_EQ(winner, client_count);
                 winner = client;
             } else {
                 EXPECT_EQ(answers[client].status, message::status_file_in_use);
             }
         }
-        ASSERT_NE(winner, -1);
+        ASSERT_NE(winner, client_count);
         EXPECT_EQ(clients[winner]->finish_upload(), status_ok);
         EXPECT_EQ(support::read_file(in_storage("n")), content);
-        EXPECT_EQ(stored_file::time_of(in_storage("n")), 100 + winner);
+        EXPECT_EQ(stored_file::time_of(in_storage("n")), 100 + static_cast<std::int64_t>(winner));
     }
 }
 
