@@ -238,7 +238,9 @@ TEST_F(CachedDocumentsTest, AreTakenAfreshAfterTheIntervalOrAChangeOfConnections
         }
         return all;
     };
-    // Asked for before anything else, so that the interval begins here.
+    // An answer says that the connection has been taken in, and that nothing makes the snapshot due
+    // but the interval, which begins here.
+    EXPECT_EQ(peer.node_count(), 1);
     const std::time_t first = update_time();
     EXPECT_NEAR(static_cast<double>(first), static_cast<double>(std::time(nullptr)), 2);
     EXPECT_EQ(peer.prepare(request::Upload{.path = "a", .size = 10}).status,
