@@ -11,7 +11,7 @@ struct PayloadBuffers {
     // File data asked of a file at a time.
     static constexpr std::uint32_t chunk_size = 65536;
     // What a thread keeps of a buffer from one message to the next.
-    static constexpr std::size_t kept_size = 1024 * 1024;
+    static constexpr std::size_t kept_size = std::size_t{1} << 20;
 
     static PayloadBuffers& of_this_thread() {
         static thread_local PayloadBuffers buffers;

@@ -136,7 +136,7 @@ std::vector<std::string> all_requests() {
 class Client {
   public:
     explicit Client(const ServedRoot& served) : served_(served) {
-        EXPECT_TRUE(served_.service().on_accept(&connection, served_.transmit_port()));
+        EXPECT_TRUE(ServedRoot::service().on_accept(&connection, served_.transmit_port()));
     }
     ~Client() { disconnect(); }
     Client(const Client&) = delete;
@@ -144,13 +144,13 @@ class Client {
 
     void disconnect() {
         if (connection.get_user_data() != nullptr) {
-            served_.service().on_close(&connection);
+            ServedRoot::service().on_close(&connection);
         }
     }
 
     bool deliver(const std::string& bytes) {
         connection.feed(bytes);
-        return served_.service().on_recv(&connection);
+        return ServedRoot::service().on_recv(&connection);
     }
     std::string ask(const std::string& bytes) {
         EXPECT_TRUE(deliver(bytes));
@@ -163,7 +163,7 @@ class Client {
     message::Status status_of(const std::string& bytes) {
         return message::Status{ask_for<message::PlainResponse>(bytes).status};
     }
-    bool send_ready() { return served_.service().on_send(&connection); }
+    bool send_ready() { return ServedRoot::service().on_send(&connection); }
 
     ScriptedConnection connection;
 
@@ -280,7 +280,7 @@ TEST_F(NodeTest, AnswersABlockOnlyWhenItFails) {
 }
 
 TEST_F(NodeTest, TellsAtOnceThatABlockCouldNotBeWritten) {
-    std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_NE(std::signal(SIGXFSZ, SIG_IGN), SIG_ERR);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
     Client client(served_);
