@@ -273,7 +273,9 @@ TEST_F(CrashDump, OfTheServerIsItsOwnersAlone) {
     struct stat status {};
     ASSERT_EQ(stat(dump.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);
-    EXPECT_NE(backtrace(server.root().program(), dump).find(" main ("), std::string::npos);
+    // Any thread may take a signal that is sent to the process.
+    const std::string frames = backtrace(server.root().program(), dump);
+    EXPECT_TRUE(std::regex_search(frames, std::regex(" main \\(|Poller::run"))) << frames;
 }
 
 }  // namespace
