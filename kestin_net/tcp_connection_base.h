@@ -34,6 +34,11 @@ class TcpConnectionBase {
     // taken: the bound of the send buffer is reached, or the connection is breaking.
     virtual bool send_buffer_fill_len(const void* data, std::uint64_t length) = 0;
 
+    // The first `length` bytes where they lie, for a service that needs no copy of its own; they
+    // stay there until they are dropped or moved, and the callback's end is the latest that they
+    // may be read. Null if fewer stand there.
+    virtual const std::uint8_t* recv_buffer_front(std::uint64_t length) = 0;
+
     // One pointer of the service's, null when the connection is accepted.
     void set_user_data(void* user_data) { user_data_ = user_data; }
     void* get_user_data() const { return user_data_; }

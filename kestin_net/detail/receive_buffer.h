@@ -45,6 +45,10 @@ class ReceiveBuffer {
 
     // False, with nothing changed, if fewer than `length` bytes wait.
     bool copy(void* destination, std::uint64_t length) const;
+    // The first `length` bytes where they lie, or null.
+    const std::byte* front(std::uint64_t length) const {
+        return length <= size() ? data_ + begin_ : nullptr;
+    }
     bool drop(std::uint64_t length);
 
     // Gives back the memory that is out of proportion to what waits.

@@ -270,4 +270,8 @@ bool TcpConnection::send_buffer_fill_len(const void* data, std::uint64_t length)
     return send_chain_.append(data, length);
 }
 
+const std::uint8_t* TcpConnection::recv_buffer_front(std::uint64_t length) {
+    return reinterpret_cast<const std::uint8_t*>(receive_buffer_.front(length));
+}
+
 }  // namespace Kestin::Net::detail

@@ -55,6 +55,7 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool recv_buffer_drop_len(std::uint64_t length) override;
     bool recv_buffer_need_len(std::uint64_t length) override;
     bool send_buffer_fill_len(const void* data, std::uint64_t length) override;
+    const std::uint8_t* recv_buffer_front(std::uint64_t length) override;
 
   private:
     // The turn and its steps; false ends the connection.

@@ -16,6 +16,7 @@ enum class Framing {
     header_moved,    // a fixed record
     tails_moved,     // a record, then the tails whose lengths it holds
     tails_dropped,   // the same, but the tails' bytes don't matter
+    tail_in_place,   // a record, then a tail that is used where it lies and dropped by the handler
 };
 
 template <std::uint16_t request_type, Framing framing_of_request, WireRecord RequestRecord,
@@ -36,7 +37,7 @@ struct Row {
 
 // clang-format off
 using UploadFilePrepare = Row<0, Framing::tails_moved, UploadFilePrepareRequest, UploadFilePrepareResponse, &UploadFilePrepareRequest::path_length>;
-using UploadFileData = Row<2, Framing::tails_moved, UploadFileDataRequest, PlainResponse, &UploadFileDataRequest::data_length>;
+using UploadFileData = Row<2, Framing::tail_in_place, UploadFileDataRequest, PlainResponse, &UploadFileDataRequest::data_length>;
 using UploadFileFinish = Row<4, Framing::header_dropped, TypeOnlyRequest, PlainResponse>;
 using DownloadFilePrepare = Row<6, Framing::tails_moved, DownloadFilePrepareRequest, DownloadFilePrepareResponse, &DownloadFilePrepareRequest::path_length>;
 using DownloadFileData = Row<8, Framing::header_moved, DownloadFileDataRequest, DataResponse>;

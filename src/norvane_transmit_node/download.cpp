@@ -101,7 +101,7 @@ bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
         }
         if (length != 0) {
             std::string_view payload(buffers.chunk.data(), length);
-            if (event->encrypted() && !encipher(payload, buffers.ciphered)) {
+            if (event->encrypted() && !encipher(payload, buffers.converted)) {
                 kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] encrypt data failed (%s)",
                                session_id(), event->path().c_str());
                 return end_download(connection, message::status_encrypt_failed);

@@ -2,6 +2,7 @@
 
 #include <boost/thread/mutex.hpp>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -117,7 +118,7 @@ class NorvaneTransmitNode : public INorvaneSession {
     message::Status do_handle_upload_file_prepare_request(
         const message::UploadFilePrepareRequest& request, const std::string& path,
         message::UploadFilePrepareResponse& response);
-    message::Status do_handle_upload_file_data_request(ByteArray& data);
+    message::Status do_handle_upload_file_data_request(std::span<const std::uint8_t> data);
     message::Status do_handle_upload_file_finish_request();
     message::Status do_handle_download_file_prepare_request(
         const message::DownloadFilePrepareRequest& request, const std::string& path,

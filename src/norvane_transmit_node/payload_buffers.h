@@ -1,12 +1,13 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <cstdint>
 
 #include "aes_ecb/aes_ecb.h"
-#include "src/message/payload_key.h"
 
 // Memory for the file data of the message at hand, one set a thread: a block costs no allocation,
-// and its bytes are still in the cache when they are deciphered or written.
+// and its bytes are still in the cache when they are converted or written.
 struct PayloadBuffers {
     // File data asked of a file at a time.
     static constexpr std::uint32_t chunk_size = 65536;
@@ -19,14 +20,13 @@ struct PayloadBuffers {
     }
 
     void give_back_large() {
-        for (ByteArray* buffer : {&received.front(), &ciphered}) {
-            if (buffer->capacity() > kept_size) {
-                *buffer = ByteArray();
-            }
+        if (converted.capacity() > kept_size) {
+            converted = ByteArray();
         }
     }
 
-    std::array<ByteArray, 1> received;
+    // A block after the cipher, in either direction.
+    ByteArray converted;
     ByteArray ciphered;
     alignas(64) std::array<char, chunk_size> chunk;
 };

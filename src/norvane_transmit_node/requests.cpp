@@ -2,7 +2,6 @@
 
 #include "kestin_base/byte_stream.h"
 #include "src/norvane_transmit_node/framing.h"
-#include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/shared/log_place.h"
 
 // The map of the protocol: which message goes to which handler, and which handler has which work.
@@ -120,16 +119,25 @@ bool NorvaneTransmitNode::handle_upload_file_prepare_request(Connection* connect
         connection, &NorvaneTransmitNode::do_handle_upload_file_prepare_request);
 }
 
-// A block that went well has no answer; one that failed ends whatever transfer there is.
+// File data goes from where it was received straight on. A block that went well has no answer; one
+// that failed ends whatever transfer there is.
 bool NorvaneTransmitNode::handle_upload_file_data_request(Connection* connection) {
     message::UploadFileDataRequest request{};
-    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
-    const Taken taken = take<message::UploadFileData>(*connection, request, buffers.received);
+    std::array<std::string, 0> no_tails;
+    const Taken taken = take<message::UploadFileData>(*connection, request, no_tails);
     if (taken != Taken::whole) {
         return taken == Taken::incomplete;
     }
-    const message::Status status = do_handle_upload_file_data_request(buffers.received.front());
-    buffers.give_back_large();
+    const std::uint8_t* data = connection->recv_buffer_front(request.data_length);
+    if (data == nullptr && request.data_length != 0) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer move len failed",
+                       session_id());
+        return false;
+    }
+    const message::Status status = do_handle_upload_file_data_request({data, request.data_length});
+    if (!drop_received(*connection, request.data_length)) {
+        return false;
+    }
     if (status == message::status_ok) {
         return true;
     }

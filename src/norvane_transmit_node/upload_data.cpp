@@ -3,26 +3,29 @@
 #include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/shared/log_place.h"
 
-message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(ByteArray& data) {
+message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
+    std::span<const std::uint8_t> data) {
     auto* event = find_event<UploadFileTcpEvent>();
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
     const char* target_path = event->target_path().c_str();
-    ByteArray* plain = &data;
+    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
     if (event->encrypted() && !data.empty()) {
-        plain = &PayloadBuffers::of_this_thread().ciphered;
         if (!aes_ecb_decrypt_data(payload_key_.data(), payload_key_.size(), data.data(),
-                                  data.size(), *plain)) {
+                                  data.size(), buffers.converted)) {
             kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] decrypt data failed (%s)",
                            session_id(), target_path);
             return message::status_decrypt_failed;
         }
+        data = buffers.converted;
     }
-    if (plain->empty()) {
+    if (data.empty()) {
         return message::status_ok;
     }
-    if (!event->write(plain->data(), plain->size())) {
+    const bool is_written = event->write(data.data(), data.size());
+    buffers.give_back_large();
+    if (!is_written) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] write file failed (%s)", session_id(),
                        target_path);
         return message::status_write_failed;

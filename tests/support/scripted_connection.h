@@ -60,6 +60,10 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
         }
         return !fail_fill;
     }
+    const std::uint8_t* recv_buffer_front(std::uint64_t length) override {
+        const bool fails = fail_move || length > received_.size();
+        return fails ? nullptr : reinterpret_cast<const std::uint8_t*>(received_.data());
+    }
 
   private:
     bool copy_front(void* destination, std::uint64_t length) const {
