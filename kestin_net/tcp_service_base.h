@@ -19,8 +19,9 @@ class TcpServiceBase {
     // An outgoing connection stands or failed; this substrate makes none.
     virtual bool on_connect(TcpConnectionBase* connection, bool connected) = 0;
 
-    // A connection was accepted on the listening `port`. The first callback of each connection; on
-    // false it is closed and no other follows, on_close neither.
+    // A connection was accepted on the listening `port`. The first callback of each connection, in
+    // the order in which those of one port were made; on false it is closed and no other follows,
+    // on_close neither.
     virtual bool on_accept(TcpConnectionBase* connection, std::uint16_t port) = 0;
 
     // Bytes came. Called again while a call removed some and some remain; what is left then waits

@@ -106,13 +106,10 @@ Listener::Accepted Listener::adopt(Descriptor socket, const sockaddr_in& peer) {
     try {
         TcpConnection& connection = environment_.connections.add(
             std::make_unique<TcpConnection>(environment_, std::move(socket), peer, port_));
-        if (connection.start()) {
-            return Accepted::connection;
-        }
-        environment_.connections.remove(connection);
+        return connection.start() ? Accepted::connection : Accepted::no_resources;
     } catch (const std::bad_alloc&) {
+        return Accepted::no_resources;
     }
-    return Accepted::no_resources;
 }
 
 void Listener::arm() {

@@ -37,8 +37,17 @@ TcpConnection::TcpConnection(Environment& environment, Descriptor socket, const 
 }
 
 bool TcpConnection::start() {
+    accepted_ = environment_.service.on_accept(this, listening_port_);
+    if (!accepted_) {
+        end();
+        return true;
+    }
     deadline_.store(no_deadline, std::memory_order_release);
-    return environment_.poller.add(socket_.number(), EPOLLIN | EPOLLOUT, *this);
+    if (!environment_.poller.add(socket_.number(), EPOLLIN | EPOLLOUT, *this)) {
+        end();
+        return false;
+    }
+    return true;
 }
 
 void TcpConnection::handle_events(std::uint32_t events) {
@@ -68,7 +77,7 @@ void TcpConnection::announce_end() {
 }
 
 bool TcpConnection::take_turn(std::uint32_t events) {
-    if ((events & (EPOLLERR | EPOLLHUP)) != 0 || (!accepted_ && !accept())) {
+    if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
         return false;
     }
     readable_ = (events & EPOLLIN) != 0;
@@ -81,11 +90,6 @@ bool TcpConnection::take_turn(std::uint32_t events) {
     } while (can_go_on());
     receive_buffer_.settle();
     return !is_finished();
-}
-
-bool TcpConnection::accept() {
-    accepted_ = environment_.service.on_accept(this, listening_port_);
-    return accepted_;
 }
 
 bool TcpConnection::read() {

@@ -35,8 +35,8 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     TcpConnection(Environment& environment, Descriptor socket, const sockaddr_in& peer,
                   std::uint16_t listening_port);
 
-    // Begins the turns, the first of which calls on_accept. False: the system refused, and no turn
-    // will come.
+    // Calls on_accept and begins the turns. False: the system refused to. Refused by whomever, the
+    // connection is gone.
     bool start();
 
     void handle_events(std::uint32_t events) override;
@@ -60,7 +60,6 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
   private:
     // The turn and its steps; false ends the connection.
     bool take_turn(std::uint32_t events);
-    bool accept();
     bool read();
     bool offer();
     bool offer_once();

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <deque>
 #include <future>
 #include <memory>
 #include <string>
@@ -54,6 +55,23 @@ TEST_F(TcpManagerTest, TellsThePortThatTookAConnection) {
     EXPECT_EQ(RawSocket(other).receive(5), std::to_string(other));
     manager_.exit();
     EXPECT_THROW(RawSocket peer(port_), std::system_error);
+}
+
+TEST_F(TcpManagerTest, AcceptsInTheOrderOfConnecting) {
+    constexpr std::size_t count = 100;
+    std::vector<std::uint16_t> accepted;
+    service_.accept = [&](Connection& connection, std::uint16_t) {
+        std::string address;
+        return connection.get_peer_address(address, accepted.emplace_back());
+    };
+    ASSERT_TRUE(init({port_}));
+    std::deque<RawSocket> peers;
+    std::vector<std::uint16_t> connected;
+    while (peers.size() < count) {
+        connected.push_back(peers.emplace_back(port_).local_port());
+    }
+    ASSERT_TRUE(service_.accepts.await(count));
+    EXPECT_EQ(accepted, connected);
 }
 
 TEST_F(TcpManagerTest, PortInUseFailsAndLeavesNothingBehind) {
