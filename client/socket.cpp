@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace transmit {
 namespace {
@@ -26,15 +27,22 @@ class Patience {
   public:
     Patience(const WaitLimits& limits, milliseconds limit) : limits_(limits), limit_(limit) {}
 
-    void renew() { start_ = Clock::now(); }
+    void renew() {
+        start_ = Clock::now();
+        told_ = false;
+    }
 
-    Result<void> still() const {
+    Result<void> still() {
         if (limits_.cancelled && limits_.cancelled()) {
             return Error{ErrorKind::cancelled, 0, "cancelled"};
         }
-        if (Clock::now() - start_ >= limit_) {
+        const auto waited = Clock::now() - start_;
+        if (waited >= limit_) {
             return Error{ErrorKind::time_limit, 0,
                          "the server was silent for " + std::to_string(limit_.count()) + " ms"};
+        }
+        if (waited >= limits_.stall && limits_.stalled && !std::exchange(told_, true)) {
+            limits_.stalled();
         }
         return {};
     }
@@ -43,6 +51,7 @@ class Patience {
     const WaitLimits& limits_;
     milliseconds limit_;
     Clock::time_point start_ = Clock::now();
+    bool told_ = false;
 };
 
 bool is_pause(int error) {
@@ -58,7 +67,7 @@ Error lost(const std::string& why) {
 }
 
 // Gives the caller's wish a chance after a call that failed; an error if the wait is over.
-Result<void> after_failed_call(const Patience& patience) {
+Result<void> after_failed_call(Patience& patience) {
     if (const int error = errno; !is_pause(error)) {
         return lost(reason(error));
     }
@@ -105,7 +114,7 @@ Result<detail::FileDescriptor> connect_to(const addrinfo& address, const Endpoin
         return unreachable(endpoint, reason(errno));
     }
     int error = ::connect(descriptor.get(), address.ai_addr, address.ai_addrlen) ? errno : 0;
-    const Patience patience(limits, limits.connect);
+    Patience patience(limits, limits.connect);
     while (error == EINPROGRESS) {
         error = connect_outcome(descriptor.get());
         const auto waiting = patience.still();
@@ -203,7 +212,7 @@ Result<void> Socket::receive_exactly(void* data, std::size_t size) {
 }
 
 Result<std::size_t> Socket::receive_some(void* data, std::size_t size) {
-    const Patience patience(limits_, limits_.silence);
+    Patience patience(limits_, limits_.silence);
     while (true) {
         const ssize_t received = recv(descriptor_.get(), data, size, 0);
         if (received >= 0) {

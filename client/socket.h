@@ -14,11 +14,14 @@
 namespace transmit {
 
 // How long a peer may keep us waiting. `cancelled`, if set, is asked whenever a wait is interrupted
-// by a signal, and at least five times a second while one lasts; true ends the wait.
+// by a signal, and at least five times a second while one lasts; true ends the wait. `stalled`, if
+// set, is told once in each wait that lasts for `stall`.
 struct WaitLimits {
     std::chrono::milliseconds connect{10'000};
     std::chrono::milliseconds silence{60'000};
-    std::function<bool()> cancelled;
+    std::chrono::milliseconds stall{30'000};
+    std::function<bool()> cancelled{};
+    std::function<void()> stalled{};
 };
 
 // A TCP connection with blocking calls that give up after a while. Not for several threads at once.

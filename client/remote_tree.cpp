@@ -1,0 +1,100 @@
+#include "client/remote_tree.h"
+
+#include <algorithm>
+#include <deque>
+
+#include "client/status_text.h"
+#include "src/message/status.h"
+
+namespace transmit {
+namespace {
+
+constexpr std::ptrdiff_t deepest = 128;
+
+std::string last_component(std::string_view path) {
+    const auto end = path.find_last_not_of("/\\");
+    if (end == std::string_view::npos) {
+        return {};
+    }
+    path = path.substr(0, end + 1);
+    return std::string(path.substr(path.find_last_of("/\\") + 1));
+}
+
+RemotePath below(const RemotePath& folder, const std::string& relative) {
+    RemotePath path = folder;
+    if (!path.path.empty() && !path.path.ends_with('/') && !relative.empty()) {
+        path.path += '/';
+    }
+    path.path += relative;
+    return path;
+}
+
+Result<std::vector<Entry>> sorted_listing(std::string_view document) {
+    auto entries = parse_listing(document);
+    if (entries) {
+        std::ranges::sort(*entries, {}, &Entry::name);
+    }
+    return entries;
+}
+
+}  // namespace
+
+// A listing says nothing of a file itself; a download's prepare does.
+Result<Entry> stat_path(RetryingConnection& server, const RemotePath& path) {
+    return server.run([&](Connection& connection) -> Result<Entry> {
+        const auto stamp = connection.download_file_prepare(path, false);
+        if (!stamp && stamp.error().status == message::status_path_is_directory) {
+            return Entry{true, last_component(path.path)};
+        }
+        if (!stamp) {
+            return stamp.error();
+        }
+        if (const auto finished = connection.download_file_finish(); !finished) {
+            return finished.error();
+        }
+        return Entry{false, last_component(path.path), stamp->size, stamp->time};
+    });
+}
+
+Result<std::vector<Entry>> list_folder(RetryingConnection& server, const RemotePath& folder) {
+    return server.run([&](Connection& connection) -> Result<std::vector<Entry>> {
+        const auto content = connection.get_path_content(folder);
+        if (!content) {
+            return content.error();
+        }
+        return content->is_folder ? sorted_listing(content->document)
+                                  : refusal(message::status_path_is_file);
+    });
+}
+
+Result<void> walk_remote(RetryingConnection& server, const RemotePath& folder,
+                         const FolderVisitor& visit) {
+    std::deque<std::string> waiting{""};
+    while (!waiting.empty()) {
+        const std::string path = std::move(waiting.front());
+        waiting.pop_front();
+        const auto entries = list_folder(server, below(folder, path));
+        if (!entries && (path.empty() || entries.error().kind != ErrorKind::refused)) {
+            return entries.error();
+        }
+        visit(path, entries);
+        if (!entries || std::ranges::count(path, '/') >= deepest) {
+            continue;
+        }
+        auto place = waiting.begin();
+        for (const Entry& entry : *entries) {
+            if (entry.is_folder && is_plain_name(entry.name)) {
+                place = waiting.insert(place, path.empty() ? entry.name : path + '/' + entry.name);
+                ++place;
+            }
+        }
+    }
+    return {};
+}
+
+bool is_plain_name(std::string_view name) {
+    return !name.empty() && name != "." && name != ".." &&
+           name.find_first_of(std::string_view("/\\\0", 3)) == std::string_view::npos;
+}
+
+}  // namespace transmit

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/error.h"
+#include "client/listing.h"
+#include "client/remote.h"
+#include "client/retrying_connection.h"
+
+namespace transmit {
+
+// What lies at a path: a folder, or a file with its size and time. The name is the path's last
+// component. Refused with status_access_failed if nothing does.
+Result<Entry> stat_path(RetryingConnection& server, const RemotePath& path);
+
+// What a folder holds; a file is refused with status_path_is_file.
+Result<std::vector<Entry>> list_folder(RetryingConnection& server, const RemotePath& folder);
+
+// One folder of a tree, sorted by name. `path` is relative to where the walk began: empty, "a",
+// "a/b". An error in place of the entries if it can't be listed.
+using FolderVisitor =
+    std::function<void(const std::string& path, const Result<std::vector<Entry>>& entries)>;
+
+// Visits the folder and those below it, parents first. Folders whose names are no plain names (see
+// is_plain_name) and those more than 128 levels deep are listed but not entered. Fails if the first
+// folder can't be listed or the connection can't be had.
+Result<void> walk_remote(RetryingConnection& server, const RemotePath& folder,
+                         const FolderVisitor& visit);
+
+// True if a name means one entry of its folder on both sides: not empty, neither `.` nor `..`, and
+// without `/`, `\` and zero bytes.
+bool is_plain_name(std::string_view name);
+
+}  // namespace transmit
