@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <new>
 
 #include "kestin_base/detail/log_settings.h"
 
@@ -71,17 +72,21 @@ void LogSwitch::exit() {
 }
 
 void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const char* file, const char* function,
-                       std::uint64_t line, const char* format, ...) {
+                       std::uint64_t line, const char* format, ...) noexcept {
     Log& log = logs().at(static_cast<std::size_t>(name));
     if (!log.keeps(level)) {
         return;
     }
     va_list arguments;
     va_start(arguments, format);
-    const std::string message = line_message(format, arguments);
+    try {
+        const std::string message = line_message(format, arguments);
+        log.file.write(std::string(labels.at(level)) + ' ' + file + ' ' + function + ' ' +
+                       std::to_string(line) + ' ' + message);
+    } catch (const std::bad_alloc&) {
+        // The line is lost.
+    }
     va_end(arguments);
-    log.file.write(std::string(labels.at(level)) + ' ' + file + ' ' + function + ' ' +
-                   std::to_string(line) + ' ' + message);
 }
 
 }  // namespace Kestin::Base

@@ -1,6 +1,7 @@
 #include "kestin_base/record.h"
 
 #include <cstdarg>
+#include <new>
 
 #include "kestin_base/detail/line_file.h"
 
@@ -39,12 +40,16 @@ void Record::exit() {
     record_file().close();
 }
 
-void Record::append(bool success, const char* format, ...) {
+void Record::append(bool success, const char* format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);
-    const std::string text = detail::line_message(format, arguments);
+    try {
+        const std::string text = detail::line_message(format, arguments);
+        record_file().write((success ? "success " : "failure ") + text);
+    } catch (const std::bad_alloc&) {
+        // The entry is lost.
+    }
     va_end(arguments);
-    record_file().write((success ? "success " : "failure ") + text);
 }
 
 }  // namespace Kestin::Base

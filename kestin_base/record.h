@@ -19,8 +19,9 @@ class Record : private Uncopy {
     bool init(const std::string& root);
     void exit();
 
-    // Appends one entry; callable from every thread. Does nothing outside init and exit.
-    void append(bool success, const char* format, ...);
+    // Appends one entry; callable from every thread. Does nothing outside init and exit. An entry
+    // for which there is no room on the disk or no memory is lost.
+    void append(bool success, const char* format, ...) noexcept;
 
   private:
     Record();

@@ -8,7 +8,8 @@ namespace Kestin::Net {
 
 // Whom the substrate calls. Callbacks of different connections run at the same time, on the
 // substrate's threads; two callbacks of one connection never do. A false from on_accept, on_recv
-// or on_send ends the connection, and nothing else of the service does.
+// or on_send ends the connection, and nothing else of the service does. An exception out of a
+// callback is a fault of the program and ends the process.
 class TcpServiceBase {
   public:
     TcpServiceBase() = default;

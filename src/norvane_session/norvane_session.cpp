@@ -42,9 +42,9 @@ bool INorvaneSession::recv_connect_response(TcpConnectionBase* connection) {
                        session_id());
         return false;
     }
-    const Peer peer = peer_of(*connection);
     connection->set_user_data(this);
     connection_ = connection;
+    const Peer peer = peer_of(*connection);
     kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] recv connect response", session_id());
     return on_recv_connect_response(connection, peer.address.c_str(), peer.port);
 }

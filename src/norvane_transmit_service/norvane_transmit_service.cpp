@@ -1,6 +1,7 @@
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 
 #include <array>
+#include <new>
 
 #include "kestin_base/log.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
@@ -13,6 +14,18 @@ namespace {
 constexpr std::uint64_t idle_seconds = 0;
 // Callbacks wait for disks, so that more of them run than there are processors.
 constexpr std::uint64_t thread_count = 10;
+
+// Runs what serves a connection; false, which ends the connection, also if there is no memory for
+// it. Every other exception is a fault of the program and ends it.
+template <typename Callback>
+bool within_memory(Callback callback) {
+    try {
+        return callback();
+    } catch (const std::bad_alloc&) {
+        kestin_run_log(KESTIN_LOG_CRITICAL, LOG_PLACE, "out of memory, the connection ends");
+        return false;
+    }
+}
 
 }  // namespace
 
@@ -35,32 +48,30 @@ bool NorvaneTransmitService::init(const std::string& root) {
     kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init begin");
     running_ = true;
     root_directory_ = root;
-    if (!start()) {
-        exit();
-        return false;
-    }
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init success");
-    return true;
-}
-
-bool NorvaneTransmitService::start() {
     if (!parse_configuration()) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
                        "tcp transmit service init failure: parse configuration failure");
+        exit();
         return false;
     }
     kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service transmit listen on (%s:%d)",
                      settings_.host.c_str(), settings_.transmit_port);
-    const std::array<std::uint16_t, 2> ports{settings_.transmit_port, settings_.command_port};
-    if (!tcp_manager_.init(idle_seconds, thread_count, ports.data(), ports.size())) {
+    if (!listen()) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
                        "tcp transmit service init failure: start tcp manager (%d, %d) failure",
                        settings_.transmit_port, settings_.command_port);
+        exit();
         return false;
     }
     kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service command listen on (%d)",
                      settings_.command_port);
+    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init success");
     return true;
+}
+
+bool NorvaneTransmitService::listen() {
+    const std::array<std::uint16_t, 2> ports{settings_.transmit_port, settings_.command_port};
+    return tcp_manager_.init(idle_seconds, thread_count, ports.data(), ports.size());
 }
 
 void NorvaneTransmitService::exit() {
@@ -97,7 +108,9 @@ bool NorvaneTransmitService::on_accept(Kestin::Net::TcpConnectionBase* connectio
         kestin_run_log(KESTIN_LOG_CRITICAL, LOG_PLACE, "acquire tcp transmit node failure");
         return false;
     }
-    if (!node->recv_connect_response(connection)) {
+    if (!within_memory([&] { return node->recv_connect_response(connection); })) {
+        // A node that was bound goes back to the pool.
+        on_close(connection);
         return false;
     }
     transmit_info_dirty_ = true;
@@ -109,7 +122,9 @@ bool NorvaneTransmitService::on_recv(Kestin::Net::TcpConnectionBase* connection)
         return false;
     }
     NorvaneTransmitNode* node = find_node(connection);
-    return node != nullptr ? node->on_recv_data(connection) : recv_http_data(connection, false);
+    return within_memory([&] {
+        return node != nullptr ? node->on_recv_data(connection) : recv_http_data(connection, false);
+    });
 }
 
 bool NorvaneTransmitService::on_send(Kestin::Net::TcpConnectionBase* connection) {
@@ -118,7 +133,7 @@ bool NorvaneTransmitService::on_send(Kestin::Net::TcpConnectionBase* connection)
     }
     // Without a node there is nothing to continue: HTTP answers are written whole.
     NorvaneTransmitNode* node = find_node(connection);
-    return node == nullptr || node->on_send_data(connection);
+    return node == nullptr || within_memory([&] { return node->on_send_data(connection); });
 }
 
 bool NorvaneTransmitService::on_close(Kestin::Net::TcpConnectionBase* connection) {

@@ -69,8 +69,8 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     NorvaneTransmitService();
     ~NorvaneTransmitService() override;
 
-    bool start();
     bool parse_configuration();
+    bool listen();
     void forget_configuration();
     void format_pathname(const std::string& in, std::string& out, bool lower) const;
 

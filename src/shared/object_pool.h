@@ -31,15 +31,19 @@ class ObjectPool : private Kestin::Base::Uncopy {
         }
     }
 
-    // Takes the object back and sets the caller's pointer to null. Null is ignored.
-    void release(Object*& object) {
+    // Takes the object back and sets the caller's pointer to null. Null is ignored. An object that
+    // there is no memory to keep is destroyed.
+    void release(Object*& object) noexcept {
         if (object == nullptr) {
             return;
         }
         std::unique_ptr<Object> returned(object);
         object = nullptr;
-        const LockerGuard guard(locker_);
-        idle_.push_back(std::move(returned));
+        try {
+            const LockerGuard guard(locker_);
+            idle_.push_back(std::move(returned));
+        } catch (const std::bad_alloc&) {
+        }
     }
 
   private:

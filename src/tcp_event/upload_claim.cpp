@@ -2,28 +2,37 @@
 
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 
+namespace {
+
+// Claims a name and notes it in `held`, or does neither.
+bool hold(std::string name, std::string& held) {
+    if (!NorvaneTransmitService::instance().add_upload_file(name)) {
+        return false;
+    }
+    held.swap(name);
+    return true;
+}
+
+void let_go(std::string& held) {
+    if (!held.empty()) {
+        NorvaneTransmitService::instance().remove_upload_file(held);
+        held.clear();
+    }
+}
+
+}  // namespace
+
 bool UploadClaim::claim_target(const std::string& target_path, const std::string& temp_path) {
     give_back();
-    auto& service = NorvaneTransmitService::instance();
-    if (!service.add_upload_file(target_path)) {
+    UploadClaim both;
+    if (!hold(target_path, both.target_path_) || !hold(temp_path, both.temp_path_)) {
         return false;
     }
-    if (!service.add_upload_file(temp_path)) {
-        service.remove_upload_file(target_path);
-        return false;
-    }
-    target_path_ = target_path;
-    temp_path_ = temp_path;
+    swap(both);
     return true;
 }
 
 void UploadClaim::give_back() {
-    if (target_path_.empty()) {
-        return;
-    }
-    auto& service = NorvaneTransmitService::instance();
-    service.remove_upload_file(temp_path_);
-    service.remove_upload_file(target_path_);
-    temp_path_.clear();
-    target_path_.clear();
+    let_go(temp_path_);
+    let_go(target_path_);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -27,6 +28,8 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
     bool fail_move = false;
     bool fail_drop = false;
     bool fail_fill = false;
+    // While set, the next operation finds no memory; the one after that does.
+    bool is_out_of_memory = false;
     // The bytes that the send buffer holds before the rest of what came is held back.
     std::uint64_t send_mark = UINT64_MAX;
 
@@ -34,6 +37,7 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
     std::uint16_t peer_port = 40000;
 
     bool get_peer_address(std::string& address, std::uint16_t& port) override {
+        use_memory();
         address = peer_address;
         port = peer_port;
         return true;
@@ -55,6 +59,7 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
         return true;
     }
     bool send_buffer_fill_len(const void* data, std::uint64_t length) override {
+        use_memory();
         if (!fail_fill) {
             sent_.append(static_cast<const char*>(data), length);
         }
@@ -66,6 +71,11 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
     }
 
   private:
+    void use_memory() {
+        if (std::exchange(is_out_of_memory, false)) {
+            throw std::bad_alloc();
+        }
+    }
     bool copy_front(void* destination, std::uint64_t length) const {
         if (length > received_.size()) {
             return false;

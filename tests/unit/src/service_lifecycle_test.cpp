@@ -107,3 +107,24 @@ TEST_F(ServiceLifecycle, AFileIsClaimedOnceUntilItIsGivenBack) {
     EXPECT_TRUE(service.add_upload_file("/data/a"));
     service.remove_upload_file("/data/a");
 }
+
+TEST_F(ServiceLifecycle, WithoutMemoryOneConnectionEndsAndItsNodeServesAgain) {
+    connection.is_out_of_memory = true;
+    EXPECT_FALSE(service.on_accept(&connection, served_.transmit_port()));
+    EXPECT_EQ(connection.get_user_data(), nullptr);
+    EXPECT_EQ(service.get_node_count(), 0U);
+    EXPECT_NE(served_.run_log().find("out of memory, the connection ends"), std::string::npos);
+
+    support::ScriptedConnection http;
+    http.feed("GET /none HTTP/1.1\r\n\r\n");
+    const std::string node_count{0, 22};
+    ASSERT_TRUE(service.on_accept(&connection, served_.transmit_port()));
+    connection.feed(node_count + node_count);
+    for (support::ScriptedConnection* peer : {&connection, &http}) {
+        peer->is_out_of_memory = true;
+        EXPECT_FALSE(service.on_recv(peer));
+        EXPECT_EQ(peer->take_sent(), "");
+    }
+    EXPECT_TRUE(service.on_close(&connection));
+    EXPECT_EQ(service.get_node_count(), 0U);
+}
