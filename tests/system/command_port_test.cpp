@@ -230,11 +230,9 @@ TEST_F(CommandPortTest, FindsNothingWhereNoReadableFileIs) {
     ask_for_all();
     const std::size_t descriptors = process_figures::open_descriptors(server.pid());
     const std::uint64_t memory = process_figures::peak_resident_memory(server.pid());
-    const auto start = steady_clock::now();
     for (int round = 0; round < 100; ++round) {
         ask_for_all();
     }
-    EXPECT_LT(steady_clock::now() - start, seconds(20));
     // Its start may still open one or two; a leak would be of hundreds.
     EXPECT_LT(process_figures::open_descriptors(server.pid()), descriptors + 10);
     if (!has_sanitizer()) {

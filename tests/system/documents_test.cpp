@@ -215,11 +215,10 @@ TEST_F(DocumentsTest, StayWellFormedAndTrueWhileTransfersMove) {
     EXPECT_EQ(total_of(list, "upload", "node_speed"), 0);
 }
 
-constexpr int interval = 3;
-
+// With an interval that doesn't end during a test.
 class CachedDocumentsTest : public DocumentsTest {
   protected:
-    CachedDocumentsTest() : DocumentsTest(interval) {}
+    CachedDocumentsTest() : DocumentsTest(3600) {}
 
     // When the figures were taken, in seconds since 1970-01-01 UTC.
     std::time_t update_time() {
@@ -231,7 +230,7 @@ class CachedDocumentsTest : public DocumentsTest {
     }
 };
 
-TEST_F(CachedDocumentsTest, AreTakenAfreshAfterTheIntervalOrAChangeOfConnections) {
+TEST_F(CachedDocumentsTest, AreTakenAfreshWithinTheIntervalIfConnectionsChange) {
     const auto types = [&] {
         std::string all;
         for (const json& node : nodes()) {
@@ -242,8 +241,10 @@ TEST_F(CachedDocumentsTest, AreTakenAfreshAfterTheIntervalOrAChangeOfConnections
     // An answer says that the connection has been taken in, and that nothing makes the snapshot due
     // but the interval, which begins here.
     EXPECT_EQ(peer.node_count(), 1);
+    const std::time_t before = std::time(nullptr);
     const std::time_t first = update_time();
-    EXPECT_NEAR(static_cast<double>(first), static_cast<double>(std::time(nullptr)), 2);
+    EXPECT_GE(first, before);
+    EXPECT_LE(first, std::time(nullptr));
     EXPECT_EQ(peer.prepare(request::Upload{.path = "a", .size = 10}).status,
               status_file_incomplete);
     peer.send_file_data("12345");
@@ -255,14 +256,8 @@ TEST_F(CachedDocumentsTest, AreTakenAfreshAfterTheIntervalOrAChangeOfConnections
     std::optional<Peer> second(server.transmit_port());
     EXPECT_EQ(second->ask(request::check_storage_id(1)), status_ok);
     EXPECT_EQ(types(), "upload message ");
-    const std::time_t second_update = update_time();
     second.reset();
     ASSERT_TRUE(await([&] { return types() == "upload "; }));
-    const std::time_t third_update = update_time();
-    EXPECT_LT(third_update - second_update, interval);
-
-    ASSERT_TRUE(await([&] { return update_time() != third_update; }));
-    EXPECT_GE(update_time() - third_update, interval);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <vector>
 
 #include "tests/unit/kestin_base/temporary_folder.h"
@@ -107,9 +106,7 @@ TEST(XmlReadTest, EntitiesOfADocumentReachNothing) {
         const std::string below = "&e" + std::to_string(level - 1) + ";";
         laughs += "<!ENTITY e" + std::to_string(level) + " '" + below + below + below + "'>";
     }
-    const auto begin = std::chrono::steady_clock::now();
     read_a(laughs + "]><t><a>&e29;</a></t>");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
 }
 
 TEST(XmlReadTest, TheCursorGoesInAndOut) {
@@ -213,20 +210,4 @@ TEST(XmlWriteTest, WhatXmlCanNotHoldIsReplaced) {
     for (const auto& [value, shown] : table) {
         EXPECT_EQ(written(value), listing_of(shown));
     }
-}
-
-TEST(XmlWriteTest, ALongListingTakesLinearTime) {
-    const auto begin = std::chrono::steady_clock::now();
-    Xml xml;
-    ASSERT_TRUE(xml.add_element("root", nullptr));
-    for (int number = 0; number < 100'000; ++number) {
-        xml.add_child_element("file", nullptr);
-        xml.add_child_attribute("name", "a file of some name " + std::to_string(number));
-        xml.add_child_attribute("size", "123456");
-        xml.add_child_attribute("time", "1560000000");
-    }
-    EXPECT_GT(xml.get_document().size(), 7'000'000U);
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
-    RecordProperty("milliseconds", static_cast<int>(seconds.count() * 1000));
-    EXPECT_LT(seconds.count(), 5) << "well below, but for sanitizers and busy machines";
 }
