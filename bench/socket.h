@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
+
+namespace bench {
 
 // Blocking TCP on 127.0.0.1, as thin as the system calls allow: a wrapper's own work would show in
 // the figures. What fails throws.
@@ -18,29 +21,26 @@ class Socket {
     Socket& operator=(const Socket&) = delete;
     ~Socket();
 
-    // `flags` as send(2) takes them.
-    void send(std::span<const std::byte> bytes, int flags = 0) const;
+    int descriptor() const { return descriptor_; }
+
+    void send(std::span<const std::byte> bytes) const;
+    void send(const std::string& text) const { send(std::as_bytes(std::span(text))); }
+    // Both as one, in one call.
+    void send(std::span<const std::byte> first, std::span<const std::byte> second) const;
     // At least one byte; 0 at the peer's end.
     std::size_t receive_some(std::span<std::byte> bytes) const;
     void receive(std::span<std::byte> bytes) const;
-    // The same, and leaves them to the next receive.
-    void peek(std::span<std::byte> bytes) const;
     // Takes bytes off the wire without copying them anywhere (MSG_TRUNC, tcp(7)).
     void discard(std::uint64_t size) const;
-
-    template <typename Record>
-    void send_record(const Record& record, int flags = 0) const {
-        send(std::as_bytes(std::span(&record, 1)), flags);
-    }
-    template <typename Record>
-    Record receive_record() const {
-        Record record{};
-        receive(std::as_writable_bytes(std::span(&record, 1)));
-        return record;
-    }
+    // The same for all bytes up to the peer's end; their number.
+    std::uint64_t discard_to_end() const;
 
   private:
     explicit Socket(int descriptor) : descriptor_(descriptor) {}
 
+    std::uint64_t discard_some(std::uint64_t size) const;
+
     int descriptor_ = -1;
 };
+
+}  // namespace bench

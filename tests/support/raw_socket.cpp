@@ -14,19 +14,6 @@ namespace support {
 
 namespace {
 
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-template <typename Call>
-int with_address(Call call, int descriptor, const sockaddr_in& address) {
-    return call(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-}
-
 void set_limit(int descriptor, std::chrono::milliseconds limit) {
     timeval time{};
     time.tv_sec = limit.count() / 1000;
@@ -37,12 +24,21 @@ void set_limit(int descriptor, std::chrono::milliseconds limit) {
 
 bool can_listen_on(std::uint16_t port) {
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool free = with_address(::bind, descriptor, loopback(port)) == 0;
+    const bool free = with_loopback(::bind, descriptor, port) == 0;
     ::close(descriptor);
     return free;
 }
 
 }  // namespace
+
+int with_loopback(int (*call)(int, const sockaddr*, socklen_t), int descriptor,
+                  std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return call(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
 
 std::uint16_t free_port() {
     static std::mt19937 generator(std::random_device{}());
@@ -62,7 +58,7 @@ RawSocket::RawSocket(std::uint16_t port, std::chrono::milliseconds limit)
     set_limit(descriptor_, limit);
     const int at_once = 1;
     setsockopt(descriptor_, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
-    if (with_address(::connect, descriptor_, loopback(port)) != 0) {
+    if (with_loopback(::connect, descriptor_, port) != 0) {
         const int reason = errno;
         close();
         throw std::system_error(reason, std::generic_category(), "connect");

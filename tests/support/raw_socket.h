@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/socket.h>
+
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -10,6 +12,9 @@ namespace support {
 // A TCP port of 127.0.0.1 on which nobody listens, in host order. It lies below the range that the
 // system gives to outgoing connections, so that none of these takes it in the meantime.
 std::uint16_t free_port();
+
+// `call`, ::bind or ::connect, with the address of 127.0.0.1 and a port in host order.
+int with_loopback(int (*call)(int, const sockaddr*, socklen_t), int descriptor, std::uint16_t port);
 
 // A TCP connection to 127.0.0.1 that sends and receives bytes as they are. Every wait ends at the
 // time limit given to the constructor. One owner at a time.
