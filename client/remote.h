@@ -9,6 +9,8 @@ namespace transmit {
 struct Endpoint {
     std::string host = "127.0.0.1";  // an IPv4 address or a name
     std::uint16_t port = 30000;
+
+    bool operator==(const Endpoint&) const = default;
 };
 
 // A file or folder on the server. The path is bytes, at most 65535; the server takes `/` and `\` as

@@ -4,7 +4,7 @@
 
 namespace transmit::cli {
 
-// Reads the command line and runs the command that it names.
-ExitCode run_command_line(int argument_count, char** arguments);
+// Reads the settings file and the command line, which wins, and runs the command that it names.
+ExitCode run_command_line(int argument_count, const char* const* arguments);
 
 }  // namespace transmit::cli

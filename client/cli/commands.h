@@ -6,48 +6,73 @@
 #include <vector>
 
 #include "client/cli/exit_code.h"
-#include "client/remote.h"
+#include "client/cli/target.h"
 
-// The commands of the program, one file each. They write results to standard output, everything
-// else to standard error.
+// The commands of the program, one file each, and the values that a command line gives them. They
+// write results to standard output, everything else to standard error.
 namespace transmit::cli {
 
 // What all commands share.
 struct Common {
-    Endpoint server;
-    std::uint32_t storage_id = 1;
-    std::uint32_t user_id = 0;
-    std::chrono::seconds silence{60};     // of the server
-    std::chrono::seconds retry_for{300};  // without progress
+    Target defaults;                   // server, storage and user of paths that name none
+    std::chrono::seconds silence{60};  // of the server, that is borne
     bool quiet = false;
-
-    RemotePath at(std::string path) const { return {storage_id, user_id, std::move(path)}; }
+    bool verbose = false;
+    bool json = false;
+    std::vector<std::string> command_line;  // as it was typed
 };
 
-// Sources and, behind them, the target: with two or more paths the last one.
-struct TransferOptions {
-    std::vector<std::string> paths;
+enum class ProgressStyle { automatic, bar, line, none };
+
+// Of put and get. The last of two or more names is the target.
+struct TransferCommand {
+    std::vector<std::string> names;
+    bool recursive = false;
     bool encrypted = false;
+    bool in_place = false;
+    bool always = false;
+    bool verify = false;
+    bool check_all = false;
+    bool dry_run = false;
+    int jobs = 4;
+    int streams = 4;
+    std::uint64_t rate = 0;               // bytes per second; 0: no limit
+    std::chrono::seconds max_time{0};     // of the whole; 0: no limit
+    std::chrono::seconds retry_for{300};  // without progress
+    ProgressStyle progress = ProgressStyle::automatic;
 };
 
-struct TopOptions {
+struct ListCommand {
+    std::vector<std::string> names;
+    bool details = false;
+    bool recursive = false;
+};
+
+struct RemoveCommand {
+    std::vector<std::string> names;
+    bool recursive = false;
+    bool unasked = false;
+    bool dry_run = false;
+};
+
+struct TopCommand {
     std::uint16_t command_port = 30001;  // on the host of the transmit port
     std::chrono::seconds interval{2};
     bool once = false;
-    bool json = false;  // the documents as they come, a line each
 };
 
-ExitCode put(const Common& common, const TransferOptions& options);
-ExitCode get(const Common& common, const TransferOptions& options);
+ExitCode put(const Common& common, const TransferCommand& command);
+ExitCode get(const Common& common, const TransferCommand& command);
+ExitCode ls(const Common& common, const ListCommand& command);
+ExitCode mkdir(const Common& common, const std::vector<std::string>& names);
+ExitCode rm(const Common& common, const RemoveCommand& command);
+ExitCode mv(const Common& common, const std::string& old_name, const std::string& new_name);
+ExitCode stat(const Common& common, const std::vector<std::string>& names);
 ExitCode storages(const Common& common);
-ExitCode ls(const Common& common, const std::string& path, bool details);
-ExitCode mkdir(const Common& common, const std::vector<std::string>& paths);
-ExitCode rm(const Common& common, const std::vector<std::string>& paths, bool recursive);
-ExitCode mv(const Common& common, const std::string& old_path, const std::string& new_path);
 ExitCode nodes(const Common& common);
 ExitCode speedtest(const Common& common, std::chrono::seconds duration);
 
 // Until SIGINT, which is its ordinary end.
-ExitCode top(const Common& common, const TopOptions& options);
+ExitCode top(const Common& common, const TopCommand& command);
 
 }  // namespace transmit::cli

@@ -1,9 +1,42 @@
 #include "client/cli/exit_code.h"
 
+#include <array>
+#include <csignal>
+
+#include "client/cli/interrupt.h"
 #include "client/status_text.h"
 #include "src/message/status.h"
 
 namespace transmit::cli {
+
+std::span<const ExitCodeText> exit_code_texts() {
+    static constexpr std::array texts{
+        ExitCodeText{ExitCode::done, "done", "Done."},
+        ExitCodeText{ExitCode::other_error, "other error",
+                     "An error for which there is no other code."},
+        ExitCodeText{ExitCode::usage, "usage", "The command line or the settings file is wrong."},
+        ExitCodeText{ExitCode::folder_not_found, "folder not found",
+                     "A folder wasn't found, on the server or here."},
+        ExitCodeText{ExitCode::file_not_found, "file not found",
+                     "A file wasn't found, on the server or here."},
+        ExitCodeText{ExitCode::temporary, "temporary",
+                     "It may pass by itself: the file is in use by another client, it changed on "
+                     "its way, or the server has no room for another transfer."},
+        ExitCodeText{ExitCode::some_failed, "some files failed",
+                     "Some of several files failed; standard error tells which."},
+        ExitCodeText{ExitCode::no_connection, "no connection",
+                     "No connection to the server, or the connection of a command that isn't a "
+                     "transfer broke."},
+        ExitCodeText{ExitCode::time_limit, "time limit",
+                     "A time limit passed: the server was silent, attempts went on for too long "
+                     "without progress, or the whole took longer than it may."},
+        ExitCodeText{ExitCode::interrupted, "interrupted",
+                     "SIGINT. What a transfer has brought so far is kept."},
+        ExitCodeText{ExitCode::terminated, "terminated",
+                     "SIGTERM. What a transfer has brought so far is kept."},
+    };
+    return texts;
+}
 
 ExitCode exit_code(const Error& error, ExitCode missing) {
     switch (error.kind) {
@@ -15,7 +48,7 @@ ExitCode exit_code(const Error& error, ExitCode missing) {
         case ErrorKind::missing_file:
             return missing;
         case ErrorKind::cancelled:
-            return ExitCode::interrupted;
+            return ending_signal() == SIGTERM ? ExitCode::terminated : ExitCode::interrupted;
         default:
             break;
     }
@@ -27,7 +60,7 @@ ExitCode exit_code(const Error& error, ExitCode missing) {
 
 bool ends_all(ExitCode code) {
     return code == ExitCode::no_connection || code == ExitCode::time_limit ||
-           code == ExitCode::interrupted;
+           code == ExitCode::interrupted || code == ExitCode::terminated;
 }
 
 }  // namespace transmit::cli

@@ -1,81 +1,181 @@
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <functional>
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
 
-#include "client/cli/batch.h"
 #include "client/cli/commands.h"
 #include "client/cli/names.h"
-#include "client/cli/progress_line.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
-#include "client/download.h"
+#include "client/cli/transfer_run.h"
+#include "client/remote_tree.h"
 
 namespace transmit::cli {
 namespace {
 
+namespace fs = std::filesystem;
+
+constexpr auto standard_output = "-";
+
 bool is_folder(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    std::error_code error;
+    return fs::is_directory(path, error);
 }
 
-std::string parent(const std::string& path) {
-    const auto separator = path.rfind('/');
-    return separator == std::string::npos ? "." : path.substr(0, separator + 1);
+Result<void> write_all(const char* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t written = write(STDOUT_FILENO, data, size);
+        if (written < 0 && errno != EINTR) {
+            return Error{ErrorKind::local_file, 0,
+                         "standard output: " + std::generic_category().message(errno)};
+        }
+        const auto moved = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+        data += moved;
+        size -= moved;
+    }
+    return {};
 }
 
-class Get {
+Result<void> write_standard_output(std::span<const iovec> pieces) {
+    for (const iovec& piece : pieces) {
+        if (auto written = write_all(static_cast<const char*>(piece.iov_base), piece.iov_len);
+            !written) {
+            return written;
+        }
+    }
+    return {};
+}
+
+// What is to come where.
+class DownloadPlan {
   public:
-    Get(const Common& common, bool encrypted, std::string local)
-        : common_(common),
-          encrypted_(encrypted),
+    DownloadPlan(const Common& common, const TransferCommand& command, Endpoint endpoint,
+                 std::string local, bool into_folder)
+        : command_(command),
+          endpoint_(std::move(endpoint)),
           local_(std::move(local)),
-          into_folder_(is_folder(local_)),
-          server_(connect_stubbornly(common)) {}
+          into_folder_(into_folder),
+          server_(connect_once(common, endpoint_)) {}
 
-    ExitCode operator()(const std::string& path) {
-        const std::string name = remote_name(path);
-        if (name.empty()) {
-            complain(path + ": this names no file");
-            return ExitCode::file_not_found;
+    // An error that ends all.
+    Result<void> add(const RemotePath& source) {
+        if (local_ == standard_output) {
+            batch_.files.push_back({source, local_, &write_standard_output, {}});
+        } else if (command_.recursive) {
+            return add_tree(source);
+        } else if (remote_name(source.path).empty()) {
+            refuse(source,
+                   {ErrorKind::invalid_request, 0, "this names no file; -r fetches folders"});
+        } else {
+            batch_.files.push_back({source, place_of(source, into_folder_), {}, {}});
         }
-        const auto fetched = fetch(path, into_folder_ ? joined(local_, name) : local_);
-        if (!fetched) {
-            complain(path, fetched.error());
-            return exit_code(fetched.error());
+        return {};
+    }
+
+    TransferPlan finish() && {
+        TransferPlan plan{endpoint_, {}, "fetched", {}};
+        for (const DownloadJob& job : batch_.files) {
+            const auto size = job.stamp ? std::optional(job.stamp->size) : std::nullopt;
+            plan.files.push_back({{job.source.path, job.local_path}, size});
         }
-        return ExitCode::done;
+        plan.move = [batch = std::move(batch_)](const Server& server,
+                                                const TransferOptions& options,
+                                                TransferObserver& observer) {
+            return download_files(server, batch, options, observer);
+        };
+        return plan;
     }
 
   private:
-    Result<TransferReport> fetch(const std::string& path, const std::string& local) {
-        ProgressLine line(path, common_.quiet);
-        return download_file(server_, {common_.at(path), local, encrypted_},
-                             [&](const Progress& progress) { line.show(progress); });
+    // A folder without a name of its own, the root, gives what it holds.
+    std::string place_of(const RemotePath& source, bool into_folder) const {
+        return into_folder ? joined(local_, remote_name(source.path)) : local_;
     }
 
-    const Common& common_;
-    bool encrypted_;
+    Result<void> add_tree(const RemotePath& source) {
+        const auto entry = stat_path(server_, source);
+        if (!entry) {
+            return note(source, entry.error());
+        }
+        if (!entry->is_folder) {
+            batch_.files.push_back({source,
+                                    place_of(source, into_folder_ || is_folder(local_)),
+                                    {},
+                                    FileStamp{entry->size, entry->time}});
+            return {};
+        }
+        auto tree = download_tree(server_, source, place_of(source, into_folder_));
+        if (!tree) {
+            return note(source, tree.error());
+        }
+        append(batch_.files, tree->files);
+        append(batch_.folders, tree->folders);
+        append(batch_.refused, tree->refused);
+        return {};
+    }
+
+    Result<void> note(const RemotePath& source, const Error& error) {
+        if (error.kind != ErrorKind::refused) {
+            return error;
+        }
+        refuse(source, error);
+        return {};
+    }
+
+    void refuse(const RemotePath& source, Error error) {
+        batch_.refused.push_back({source.path, std::move(error)});
+    }
+
+    template <typename Item>
+    static void append(std::vector<Item>& all, std::vector<Item>& more) {
+        all.insert(all.end(), std::make_move_iterator(more.begin()),
+                   std::make_move_iterator(more.end()));
+    }
+
+    const TransferCommand& command_;
+    Endpoint endpoint_;
     std::string local_;
     bool into_folder_;
     RetryingConnection server_;
+    DownloadBatch batch_;
 };
+
+// A folder's place is told by the command line alone, so that a second run means the same. A file's
+// target may prove a folder.
+bool goes_into_folder(const std::string& local, std::size_t sources, bool recursive) {
+    return sources > 1 || local.ends_with('/') || local_name(local).empty() ||
+           (!recursive && is_folder(local));
+}
 
 }  // namespace
 
-ExitCode get(const Common& common, const TransferOptions& options) {
-    std::vector<std::string> paths = options.paths;
+ExitCode get(const Common& common, const TransferCommand& command) {
+    std::vector<std::string> names = command.names;
     std::string local = ".";
-    if (paths.size() > 1) {
-        local = paths.back();
-        paths.pop_back();
+    if (names.size() > 1) {
+        local = names.back();
+        names.pop_back();
     }
-    const std::string folder = paths.size() > 1 ? local : parent(local);
-    if (!is_folder(folder)) {
-        complain(folder + ": this folder doesn't exist");
-        return ExitCode::folder_not_found;
+    const auto sources = parse_targets(names, common.defaults);
+    if (!sources) {
+        complain("", sources.error());
+        return ExitCode::usage;
     }
-    Get get_one(common, options.encrypted, local);
-    return for_each(paths, std::ref(get_one));
+    if (local == standard_output && (sources->size() > 1 || command.recursive)) {
+        complain("standard output takes one file");
+        return ExitCode::usage;
+    }
+    DownloadPlan plan(common, command, sources->front().server, local,
+                      goes_into_folder(local, sources->size(), command.recursive));
+    for (const Target& source : *sources) {
+        if (const auto added = plan.add(source.path); !added) {
+            complain(source.path.path, added.error());
+            return exit_code(added.error());
+        }
+    }
+    return run_transfer(common, command, std::move(plan).finish());
 }
 
 }  // namespace transmit::cli

@@ -1,65 +1,103 @@
-#include <algorithm>
 #include <cstdio>
+#include <functional>
 
 #include "client/cli/commands.h"
+#include "client/cli/entry_output.h"
+#include "client/cli/names.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
-#include "client/listing.h"
+#include "client/cli/text.h"
+#include "client/remote_tree.h"
+#include "src/message/status.h"
 
 namespace transmit::cli {
 namespace {
 
-// A listing says nothing of a file itself; a download's prepare does.
-Result<std::vector<Entry>> file_as_listing(Connection& connection, const RemotePath& path) {
-    const auto stamp = connection.download_file_prepare(path, false);
-    if (!stamp) {
-        return stamp.error();
-    }
-    if (auto finished = connection.download_file_finish(); !finished) {
-        return finished.error();
-    }
-    return std::vector{Entry{false, path.path, stamp->size, stamp->time}};
+bool is_file(const Error& error) {
+    return error.status == message::status_path_is_file;
 }
 
-Result<std::vector<Entry>> fetch_entries(const Common& common, const RemotePath& path) {
-    auto connection = connect(common);
-    if (!connection) {
-        return connection.error();
-    }
-    const auto content = connection->get_path_content(path);
-    if (!content) {
-        return content.error();
-    }
-    return content->is_folder ? parse_listing(content->document)
-                              : file_as_listing(*connection, path);
-}
+class Listing {
+  public:
+    Listing(const Common& common, const ListCommand& command)
+        : common_(common), command_(command) {}
 
-void print(const Entry& entry, bool details) {
-    const std::string name = shown(entry.name) + (entry.is_folder ? "/" : "");
-    if (!details) {
-        std::printf("%s\n", name.c_str());
-    } else if (entry.is_folder) {
-        std::printf("%20s  %19s  %s\n", "-", "-", name.c_str());
-    } else {
-        std::printf("%20lld  %19s  %s\n", static_cast<long long>(entry.size),
-                    shown_time(entry.time).c_str(), name.c_str());
+    Result<void> operator()(RetryingConnection& server, const RemotePath& path) {
+        auto listed = command_.recursive ? walk(server, path) : list(server, path);
+        return listed || !is_file(listed.error()) ? listed : list_file(server, path);
     }
-}
+
+    // False if a folder below those that were named couldn't be listed.
+    bool complete() const { return complete_; }
+
+  private:
+    Result<void> list(RetryingConnection& server, const RemotePath& folder) {
+        const auto entries = list_folder(server, folder);
+        if (!entries) {
+            return entries.error();
+        }
+        if (command_.names.size() > 1 && !common_.json) {
+            std::printf("%s%s:\n", first_ ? "" : "\n", shown(folder.path).c_str());
+        }
+        first_ = false;
+        for (const Entry& entry : *entries) {
+            print(entry, joined(folder.path, entry.name), entry.name);
+        }
+        return {};
+    }
+
+    // Whole paths, which other commands take as they are.
+    Result<void> walk(RetryingConnection& server, const RemotePath& folder) {
+        return walk_remote(
+            server, folder,
+            [&](const std::string& below, const Result<std::vector<Entry>>& entries) {
+                print_folder(joined(folder.path, below), entries);
+            });
+    }
+
+    void print_folder(const std::string& path, const Result<std::vector<Entry>>& entries) {
+        if (!entries) {
+            complain(path, entries.error());
+            complete_ = false;
+            return;
+        }
+        for (const Entry& entry : *entries) {
+            const std::string whole = joined(path, entry.name);
+            print(entry, whole, whole);
+        }
+    }
+
+    Result<void> list_file(RetryingConnection& server, const RemotePath& path) {
+        const auto entry = stat_path(server, path);
+        if (!entry) {
+            return entry.error();
+        }
+        print(*entry, path.path, path.path);
+        return {};
+    }
+
+    void print(const Entry& entry, const std::string& path, const std::string& name) const {
+        if (common_.json) {
+            print_line(entry_object(entry, path));
+        } else {
+            print_entry(entry, name, command_.details);
+        }
+    }
+
+    const Common& common_;
+    const ListCommand& command_;
+    bool first_ = true;
+    bool complete_ = true;
+};
 
 }  // namespace
 
-ExitCode ls(const Common& common, const std::string& path, bool details) {
-    auto entries = fetch_entries(common, common.at(path));
-    if (!entries) {
-        complain(path, entries.error());
-        return exit_code(entries.error(), ExitCode::folder_not_found);
-    }
-    std::sort(entries->begin(), entries->end(),
-              [](const Entry& left, const Entry& right) { return left.name < right.name; });
-    for (const Entry& entry : *entries) {
-        print(entry, details);
-    }
-    return ExitCode::done;
+ExitCode ls(const Common& common, const ListCommand& command) {
+    const std::vector<std::string> root{"/"};
+    Listing listing(common, command);
+    const ExitCode code = for_each_target(common, command.names.empty() ? root : command.names,
+                                          std::ref(listing), ExitCode::folder_not_found);
+    return code == ExitCode::done && !listing.complete() ? ExitCode::some_failed : code;
 }
 
 }  // namespace transmit::cli

@@ -1,3 +1,4 @@
+#include <clocale>
 #include <cstdio>
 
 #include "client/cli/command_line.h"
@@ -6,7 +7,9 @@
 
 int main(int argument_count, char** arguments) {
     using namespace transmit::cli;
-    catch_interrupt();
+    // For the width of characters.
+    std::setlocale(LC_CTYPE, "");
+    catch_signals();
     ExitCode code = run_command_line(argument_count, arguments);
     if (std::fflush(stdout) != 0 && code == ExitCode::done) {
         complain("standard output can't be written");

@@ -1,24 +1,22 @@
-#include "client/cli/batch.h"
 #include "client/cli/commands.h"
+#include "client/cli/json.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
 
 namespace transmit::cli {
 
-ExitCode mkdir(const Common& common, const std::vector<std::string>& paths) {
-    auto connection = connect(common);
-    if (!connection) {
-        complain("", connection.error());
-        return exit_code(connection.error());
-    }
-    return for_each(paths, [&](const std::string& path) {
-        const auto created = connection->create_directory(common.at(path));
-        if (!created) {
-            complain(path, created.error());
-            return exit_code(created.error());
+ExitCode mkdir(const Common& common, const std::vector<std::string>& names) {
+    const auto create = [&](RetryingConnection& server, const RemotePath& path) {
+        const auto created = server.run(
+            [&path](Connection& connection) { return connection.create_directory(path); });
+        if (created && common.json) {
+            print_line({{"event", "created"}, {"path", path.path}});
+        } else if (created && common.verbose) {
+            complain(path.path + " is there");
         }
-        return ExitCode::done;
-    });
+        return created;
+    };
+    return for_each_target(common, names, create);
 }
 
 }  // namespace transmit::cli

@@ -1,11 +1,9 @@
 #include "client/cli/names.h"
 
+#include "client/remote_tree.h"
+
 namespace transmit::cli {
 namespace {
-
-bool is_usable(std::string_view name) {
-    return !name.empty() && name != "." && name != "..";
-}
 
 std::string last_component(std::string_view path, std::string_view separators) {
     const auto end = path.find_last_not_of(separators);
@@ -21,12 +19,12 @@ std::string last_component(std::string_view path, std::string_view separators) {
 
 std::string remote_name(std::string_view path) {
     std::string name = last_component(path, "/\\");
-    return is_usable(name) ? name : std::string();
+    return is_plain_name(name) ? name : std::string();
 }
 
 std::string local_name(std::string_view path) {
     std::string name = last_component(path, "/");
-    return is_usable(name) && name.find('\\') == std::string::npos ? name : std::string();
+    return is_plain_name(name) ? name : std::string();
 }
 
 std::string joined(std::string folder, std::string_view name) {

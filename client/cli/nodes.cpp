@@ -1,19 +1,25 @@
 #include <cstdio>
 
 #include "client/cli/commands.h"
+#include "client/cli/json.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
 
 namespace transmit::cli {
 
 ExitCode nodes(const Common& common) {
-    auto connection = connect(common);
-    const auto count = connection ? connection->get_norvane_node_count() : connection.error();
+    const auto count = connect_once(common, common.defaults.server).run([](Connection& connection) {
+        return connection.get_norvane_node_count();
+    });
     if (!count) {
         complain("", count.error());
         return exit_code(count.error());
     }
-    std::printf("%u\n", static_cast<unsigned>(*count));
+    if (common.json) {
+        print_line({{"nodes", *count}});
+    } else {
+        std::printf("%u\n", static_cast<unsigned>(*count));
+    }
     return ExitCode::done;
 }
 

@@ -1,80 +1,171 @@
-#include <functional>
+#include <unistd.h>
 
-#include "client/cli/batch.h"
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
 #include "client/cli/commands.h"
 #include "client/cli/names.h"
-#include "client/cli/progress_line.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
-#include "client/upload.h"
-#include "src/message/status.h"
+#include "client/cli/transfer_run.h"
+#include "client/remote_tree.h"
 
 namespace transmit::cli {
 namespace {
 
-// Where uploads go: a folder in which they keep their names, or a name that may prove a folder.
-struct Target {
-    std::string path;
-    bool is_folder;
-};
+namespace fs = std::filesystem;
 
-class Put {
+constexpr auto standard_input = "-";
+
+Error unusable_name() {
+    return {ErrorKind::invalid_request, 0,
+            "this is no name for the server, which takes \\ for a separator; give the target's "
+            "name"};
+}
+
+bool is_folder(const std::string& path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+std::optional<std::int64_t> size_of(const UploadJob& job) {
+    std::error_code error;
+    const auto size = fs::file_size(job.local_path, error);
+    return error || job.source ? std::nullopt : std::optional(static_cast<std::int64_t>(size));
+}
+
+Result<std::size_t> read_standard_input(std::span<char> memory) {
+    ssize_t size = 0;
+    do {
+        size = read(STDIN_FILENO, memory.data(), memory.size());
+    } while (size < 0 && errno == EINTR);
+    if (size < 0) {
+        return Error{ErrorKind::local_file, 0,
+                     "standard input: " + std::generic_category().message(errno)};
+    }
+    return static_cast<std::size_t>(size);
+}
+
+// What is to go where.
+class UploadPlan {
   public:
-    Put(const Common& common, bool encrypted, Target target)
-        : common_(common),
-          encrypted_(encrypted),
-          target_(std::move(target)),
-          server_(connect_stubbornly(common)) {}
+    UploadPlan(const TransferCommand& command, Target target, bool into_folder)
+        : command_(command), target_(std::move(target)), into_folder_(into_folder) {}
 
-    ExitCode operator()(const std::string& file) {
-        auto sent = target_.is_folder ? send_into_folder(file) : send(file, target_.path);
-        if (!sent && sent.error().status == message::status_path_is_directory &&
-            !target_.is_folder) {
-            sent = send_into_folder(file);
+    void add(const std::string& source) {
+        if (source == standard_input) {
+            batch_.files.push_back({source, target_.path, &read_standard_input});
+        } else if (is_folder(source)) {
+            add_folder(source);
+        } else if (into_folder_ && local_name(source).empty()) {
+            refuse(source, unusable_name());
+        } else {
+            batch_.files.push_back({source, place_of(source), {}});
         }
-        if (!sent) {
-            complain(file, sent.error());
-            return exit_code(sent.error());
+    }
+
+    TransferPlan finish() && {
+        TransferPlan plan{target_.server, {}, "sent", {}};
+        for (const UploadJob& job : batch_.files) {
+            plan.files.push_back({{job.local_path, job.target.path}, size_of(job)});
         }
-        return ExitCode::done;
+        plan.move = [batch = std::move(batch_)](const Server& server,
+                                                const TransferOptions& options,
+                                                TransferObserver& observer) {
+            return upload_files(server, batch, options, observer);
+        };
+        return plan;
     }
 
   private:
-    Result<TransferReport> send_into_folder(const std::string& file) {
-        const std::string name = local_name(file);
-        if (name.empty()) {
-            return Error{ErrorKind::invalid_request, 0,
-                         "this is no name for the server, which takes \\ for a separator; give the "
-                         "target's name"};
+    // A folder without a name of its own, such as "." or "/", gives what it holds.
+    RemotePath place_of(const std::string& source) const {
+        RemotePath place = target_.path;
+        if (into_folder_) {
+            place.path = joined(place.path, local_name(source));
         }
-        return send(file, joined(target_.path, name));
+        return place;
     }
 
-    Result<TransferReport> send(const std::string& file, const std::string& path) {
-        ProgressLine line(file, common_.quiet);
-        return upload_file(server_, {file, common_.at(path), encrypted_},
-                           [&](const Progress& progress) { line.show(progress); });
+    void add_folder(const std::string& source) {
+        if (!command_.recursive) {
+            refuse(source, {ErrorKind::invalid_request, 0, "this is a folder; -r sends folders"});
+            return;
+        }
+        auto tree = upload_tree(source, place_of(source));
+        if (!tree) {
+            refuse(source, tree.error());
+            return;
+        }
+        append(batch_.files, tree->files);
+        append(batch_.folders, tree->folders);
+        append(batch_.refused, tree->refused);
     }
 
-    const Common& common_;
-    bool encrypted_;
+    template <typename Item>
+    static void append(std::vector<Item>& all, std::vector<Item>& more) {
+        all.insert(all.end(), std::make_move_iterator(more.begin()),
+                   std::make_move_iterator(more.end()));
+    }
+
+    void refuse(const std::string& source, Error error) {
+        batch_.refused.push_back({source, std::move(error)});
+    }
+
+    const TransferCommand& command_;
     Target target_;
-    RetryingConnection server_;
+    bool into_folder_;
+    UploadBatch batch_;
 };
+
+// A folder's place is told by the command line alone, so that a second run means the same. A file's
+// target may prove a folder.
+Result<bool> is_folder(const Common& common, const Target& target,
+                       const std::vector<std::string>& sources) {
+    if (sources.size() > 1 || remote_name(target.path.path).empty() ||
+        ends_in_separator(target.path.path)) {
+        return true;
+    }
+    if (sources.front() == standard_input || is_folder(sources.front())) {
+        return false;
+    }
+    RetryingConnection server = connect_once(common, target.server);
+    const auto entry = stat_path(server, target.path);
+    if (!entry && entry.error().kind != ErrorKind::refused) {
+        return entry.error();
+    }
+    return entry && entry->is_folder;
+}
 
 }  // namespace
 
-ExitCode put(const Common& common, const TransferOptions& options) {
-    std::vector<std::string> files = options.paths;
-    Target target{"", true};
-    if (files.size() > 1) {
-        target.path = files.back();
-        files.pop_back();
-        target.is_folder =
-            files.size() > 1 || remote_name(target.path).empty() || ends_in_separator(target.path);
+ExitCode put(const Common& common, const TransferCommand& command) {
+    std::vector<std::string> sources = command.names;
+    std::string target_name = "/";
+    if (sources.size() > 1) {
+        target_name = sources.back();
+        sources.pop_back();
     }
-    Put put_one(common, options.encrypted, target);
-    return for_each(files, std::ref(put_one));
+    const auto target = parse_target(target_name, common.defaults);
+    if (!target) {
+        complain("", target.error());
+        return ExitCode::usage;
+    }
+    const auto into_folder = is_folder(common, *target, sources);
+    if (!into_folder) {
+        complain("", into_folder.error());
+        return exit_code(into_folder.error());
+    }
+    if (*into_folder && std::ranges::count(sources, standard_input) > 0) {
+        complain("standard input needs the name that it gets: transmit put - /docs/NAME");
+        return ExitCode::usage;
+    }
+    UploadPlan plan(command, *target, *into_folder);
+    for (const std::string& source : sources) {
+        plan.add(source);
+    }
+    return run_transfer(common, command, std::move(plan).finish());
 }
 
 }  // namespace transmit::cli

@@ -12,21 +12,32 @@ WaitLimits wait_limits(const Common& common) {
     return limits;
 }
 
-Result<Connection> connect(const Common& common) {
-    return Connection::open(common.server, wait_limits(common));
+RetryingConnection connect_once(const Common& common, const Endpoint& endpoint) {
+    RetryPolicy once;
+    once.time_limit = once.time_limit.zero();
+    return RetryingConnection(endpoint, wait_limits(common), once);
 }
 
-RetryingConnection connect_stubbornly(const Common& common) {
-    RetryPolicy policy;
-    policy.time_limit = common.retry_for;
-    const auto notice = [quiet = common.quiet](const Error& reason,
-                                               std::chrono::milliseconds pause) {
-        if (!quiet) {
-            const auto seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
-            complain(reason.text + "; next attempt in " + std::to_string(seconds) + " s");
+ExitCode for_each_target(const Common& common, const std::vector<std::string>& names,
+                         const TargetAction& act, ExitCode missing) {
+    const auto targets = parse_targets(names, common.defaults);
+    if (!targets) {
+        complain("", targets.error());
+        return ExitCode::usage;
+    }
+    RetryingConnection server = connect_once(common, targets->front().server);
+    ExitCode result = ExitCode::done;
+    for (const Target& target : *targets) {
+        if (const auto done = act(server, target.path); !done) {
+            complain(target.path.path, done.error());
+            const ExitCode code = exit_code(done.error(), missing);
+            if (names.size() == 1 || ends_all(code)) {
+                return code;
+            }
+            result = ExitCode::some_failed;
         }
-    };
-    return RetryingConnection(common.server, wait_limits(common), policy, notice);
+    }
+    return result;
 }
 
 }  // namespace transmit::cli

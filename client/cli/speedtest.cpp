@@ -1,41 +1,61 @@
 #include <cstdio>
 
 #include "client/cli/commands.h"
+#include "client/cli/json.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
+#include "client/cli/text.h"
 #include "client/link_test.h"
 
 namespace transmit::cli {
 namespace {
 
-Result<void> run(const Common& common, std::chrono::seconds duration) {
-    auto connection = connect(common);
-    if (!connection) {
-        return connection.error();
+void tell(const Common& common, const char* name, const char* unit, double value,
+          const std::string& text) {
+    if (common.json) {
+        print_line({{"measure", name}, {unit, value}});
+    } else {
+        std::printf("%-10s  %s\n", name, text.c_str());
     }
-    const auto round_trip = measure_round_trip(*connection);
+}
+
+void tell_round_trip(const Common& common, std::chrono::nanoseconds time) {
+    const auto seconds = std::chrono::duration<double>(time).count();
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3f ms", 1000 * seconds);
+    tell(common, "round trip", "seconds", seconds, text);
+}
+
+void tell_speed(const Common& common, const char* name, const LinkSpeed& speed) {
+    const double bytes_per_second = speed.bytes_per_second();
+    tell(common, name, "bytes_per_second", bytes_per_second, shown_size(bytes_per_second) + "/s");
+}
+
+Result<void> measure(Connection& connection, const Common& common, std::chrono::seconds duration) {
+    const auto round_trip = measure_round_trip(connection);
     if (!round_trip) {
         return round_trip.error();
     }
-    const std::chrono::duration<double, std::milli> milliseconds = *round_trip;
-    std::printf("round trip  %.3f ms\n", milliseconds.count());
-    const auto upload = measure_upload(*connection, duration);
+    tell_round_trip(common, *round_trip);
+    const auto upload = measure_upload(connection, duration);
     if (!upload) {
         return upload.error();
     }
-    std::printf("upload      %s/s\n", shown_size(upload->bytes_per_second()).c_str());
-    const auto download = measure_download(*connection, duration);
+    tell_speed(common, "upload", *upload);
+    const auto download = measure_download(connection, duration);
     if (!download) {
         return download.error();
     }
-    std::printf("download    %s/s\n", shown_size(download->bytes_per_second()).c_str());
+    tell_speed(common, "download", *download);
     return {};
 }
 
 }  // namespace
 
 ExitCode speedtest(const Common& common, std::chrono::seconds duration) {
-    const auto done = run(common, duration);
+    const auto done = connect_once(common, common.defaults.server).run([&](Connection& connection) {
+        return measure(connection, common, duration);
+    });
     if (!done) {
         complain("", done.error());
         return exit_code(done.error());

@@ -1,23 +1,21 @@
 #include <cstdio>
 
 #include "client/cli/commands.h"
+#include "client/cli/json.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
+#include "client/cli/text.h"
 #include "client/listing.h"
 
 namespace transmit::cli {
 namespace {
 
 Result<std::vector<Storage>> fetch_storages(const Common& common) {
-    auto connection = connect(common);
-    if (!connection) {
-        return connection.error();
-    }
-    const auto document = connection->get_storage_information();
-    if (!document) {
-        return document.error();
-    }
-    return parse_storages(*document);
+    const auto document =
+        connect_once(common, common.defaults.server).run([](Connection& connection) {
+            return connection.get_storage_information();
+        });
+    return document ? parse_storages(*document) : document.error();
 }
 
 }  // namespace
@@ -29,7 +27,11 @@ ExitCode storages(const Common& common) {
         return exit_code(list.error());
     }
     for (const Storage& storage : *list) {
-        std::printf("%s\t%s\n", shown(storage.id).c_str(), shown(storage.name).c_str());
+        if (common.json) {
+            print_line({{"id", storage.id}, {"name", storage.name}});
+        } else {
+            std::printf("%s\t%s\n", shown(storage.id).c_str(), shown(storage.name).c_str());
+        }
     }
     return ExitCode::done;
 }

@@ -1,27 +1,25 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "client/error.h"
 
-// What people see.
 namespace transmit::cli {
 
-// A name or text of the server, with what could steer a terminal shown as \xHH.
-std::string shown(std::string_view text);
-
-// "4.0 KiB", "1.5 GiB": three significant digits or so.
-std::string shown_size(double bytes);
-// Local date and time of seconds since 1970-01-01 UTC.
-std::string shown_time(std::int64_t seconds);
-
-// Columns of the terminal on standard error; 0 if it is none.
+// Columns of the terminal on standard error; 80 if it doesn't tell.
 std::size_t terminal_width();
+// True if standard error is a terminal that can move its cursor.
+bool can_redraw();
+// True if a person can be asked: standard input and error are terminals.
+bool can_ask();
+// Asks on standard error; true for an answer that begins with y or Y.
+bool asked(const std::string& question);
 
-// "transmit: SUBJECT: what went wrong. What to do." on standard error.
+// "transmit: SUBJECT: what went wrong. What to do." as one line without its end.
+std::string complaint(std::string_view subject, const Error& error);
+// The same on standard error.
 void complain(std::string_view subject, const Error& error);
 void complain(std::string_view text);
 

@@ -11,6 +11,7 @@
 #include "client/cli/server.h"
 #include "client/cli/server_report.h"
 #include "client/cli/terminal.h"
+#include "client/cli/text.h"
 #include "client/command_port.h"
 
 namespace transmit::cli {
@@ -22,7 +23,7 @@ struct Documents {
 };
 
 Result<Documents> fetch(const Common& common, std::uint16_t port) {
-    const Endpoint command_port{common.server.host, port};
+    const Endpoint command_port{common.defaults.server.host, port};
     auto statistics = fetch_document(command_port, "/sys/transmit_statistics", wait_limits(common));
     if (!statistics) {
         return statistics.error();
@@ -72,8 +73,8 @@ void print_tables(const Documents& documents, std::size_t lines) {
 }
 
 // False if standard output takes no more.
-bool print(const Documents& documents, const TopOptions& options, bool refreshed) {
-    if (options.json) {
+bool print(const Documents& documents, bool json, bool refreshed) {
+    if (json) {
         std::printf("%s\n%s\n", documents.statistics.c_str(), documents.nodes.c_str());
     } else if (refreshed) {
         std::printf("\033[H\033[2J");
@@ -86,21 +87,21 @@ bool print(const Documents& documents, const TopOptions& options, bool refreshed
 
 }  // namespace
 
-ExitCode top(const Common& common, const TopOptions& options) {
-    const bool refreshed = !options.once && !options.json && isatty(STDOUT_FILENO);
+ExitCode top(const Common& common, const TopCommand& command) {
+    const bool refreshed = !command.once && !common.json && isatty(STDOUT_FILENO);
     do {
-        const auto documents = fetch(common, options.command_port);
+        const auto documents = fetch(common, command.command_port);
         if (!documents && documents.error().kind != ErrorKind::cancelled) {
             complain("", documents.error());
             return exit_code(documents.error());
         }
-        if (documents && !print(*documents, options, refreshed)) {
+        if (documents && !print(*documents, common.json, refreshed)) {
             return ExitCode::other_error;
         }
-        if (options.once || interrupted()) {
+        if (command.once || interrupted()) {
             break;
         }
-        const auto pause = std::chrono::duration_cast<std::chrono::milliseconds>(options.interval);
+        const auto pause = std::chrono::duration_cast<std::chrono::milliseconds>(command.interval);
         poll(nullptr, 0, static_cast<int>(pause.count()));
     } while (!interrupted());
     return ExitCode::done;

@@ -1,0 +1,157 @@
+#include "client/cli/transfer_run.h"
+
+#include <memory>
+
+#include "client/cli/interrupt.h"
+#include "client/cli/json.h"
+#include "client/cli/server.h"
+#include "client/cli/terminal.h"
+#include "client/cli/text.h"
+
+namespace transmit::cli {
+namespace {
+
+using Style = ProgressDisplay::Style;
+
+Style style_of(const Common& common, const TransferCommand& command) {
+    if (common.quiet || command.dry_run || command.progress == ProgressStyle::none) {
+        return Style::none;
+    }
+    if (command.progress == ProgressStyle::automatic) {
+        return common.json ? Style::none : can_redraw() ? Style::bars : Style::lines;
+    }
+    return command.progress == ProgressStyle::bar && can_redraw() ? Style::bars : Style::lines;
+}
+
+BatchProgress progress_of(const TransferPlan& plan) {
+    std::vector<BatchFile> files;
+    for (const PlannedFile& file : plan.files) {
+        files.push_back({file.names.source, file.size});
+    }
+    return BatchProgress(std::move(files), Clock::now());
+}
+
+std::vector<TransferNames> names_of(const TransferPlan& plan) {
+    std::vector<TransferNames> names;
+    for (const PlannedFile& file : plan.files) {
+        names.push_back(file.names);
+    }
+    return names;
+}
+
+Server server_of(const Common& common, const TransferCommand& command, const Endpoint& endpoint) {
+    Server server{endpoint, wait_limits(common), {}};
+    server.retry.time_limit = command.retry_for;
+    return server;
+}
+
+TransferOptions options_of(const TransferCommand& command) {
+    TransferOptions options;
+    options.encrypted = command.encrypted;
+    options.in_place = command.in_place;
+    options.always = command.always;
+    options.check = command.check_all ? ResumeCheck::all : ResumeCheck::tail;
+    options.verify = command.verify;
+    options.dry_run = command.dry_run;
+    options.max_time = command.max_time;
+    options.files_at_once = command.jobs;
+    options.streams = command.streams;
+    if (command.rate > 0) {
+        options.limiter = std::make_shared<RateLimiter>(command.rate);
+    }
+    return options;
+}
+
+ExitCode code_of(const TransferSummary& summary, const TransferPlan& plan) {
+    if (summary.stopped) {
+        return exit_code(*summary.stopped);
+    }
+    if (summary.failed.size() + summary.refused.size() == 0) {
+        return ExitCode::done;
+    }
+    const bool single = plan.files.size() + summary.refused.size() == 1;
+    if (!single) {
+        return ExitCode::some_failed;
+    }
+    return exit_code(summary.failed.empty() ? summary.refused.front().error
+                                            : summary.failed.front().error);
+}
+
+// "3 files sent, 12.0 MiB in 0:05, 2.4 MiB/s; 2 were there already; 1 failed".
+std::string summary_line(const TransferSummary& summary, const TransferPlan& plan,
+                         Clock::duration time) {
+    const double seconds = std::chrono::duration<double>(time).count();
+    const auto bytes = static_cast<double>(summary.moved);
+    std::string line = counted(summary.done, "file") + " " + plan.done + ", " + shown_size(bytes) +
+                       " in " + shown_duration(std::chrono::round<std::chrono::seconds>(time)) +
+                       ", " + shown_size(seconds > 0 ? bytes / seconds : 0) + "/s";
+    if (summary.already_there > 0) {
+        line += "; " + std::to_string(summary.already_there) + " there already";
+    }
+    if (const auto failed = summary.failed.size() + summary.refused.size(); failed > 0) {
+        line += "; " + std::to_string(failed) + " failed";
+    }
+    return line;
+}
+
+// What fails alone has said all there is to say.
+bool worth_a_summary(const Common& common, const TransferCommand& command,
+                     const TransferSummary& summary) {
+    return !common.quiet && !command.dry_run && command.progress != ProgressStyle::none &&
+           summary.done + summary.already_there > 0;
+}
+
+Json summary_object(const TransferSummary& summary, Clock::duration time, ExitCode code) {
+    return {{"event", "summary"},
+            {"done", summary.done},
+            {"already_there", summary.already_there},
+            {"failed", summary.failed.size() + summary.refused.size()},
+            {"moved", summary.moved},
+            {"seconds", std::chrono::duration<double>(time).count()},
+            {"exit_code", static_cast<int>(code)}};
+}
+
+void tell_refusals(const Common& common, const TransferSummary& summary) {
+    for (const Refusal& refusal : summary.refused) {
+        complain(refusal.path, refusal.error);
+        if (common.json) {
+            print_line(
+                {{"event", "failed"}, {"source", refusal.path}, {"error", refusal.error.text}});
+        }
+    }
+}
+
+// What stopped the whole has been told of its file already, unless it was a wish or a limit.
+void tell_stop(const Common& common, const Error& reason) {
+    if (reason.kind == ErrorKind::cancelled) {
+        complain("interrupted; what has come is kept. This goes on: " +
+                 shell_quoted(common.command_line));
+    }
+}
+
+}  // namespace
+
+ExitCode run_transfer(const Common& common, const TransferCommand& command,
+                      const TransferPlan& plan) {
+    const auto start = Clock::now();
+    TransferSummary summary;
+    {
+        ProgressDisplay display(progress_of(plan), style_of(common, command));
+        TransferReporter reporter(common, command.dry_run, names_of(plan), display);
+        summary = plan.move(server_of(common, command, plan.server), options_of(command), reporter);
+    }
+    const auto time = Clock::now() - start;
+    const ExitCode code = code_of(summary, plan);
+    tell_refusals(common, summary);
+    if (common.json) {
+        print_line(summary_object(summary, time, code));
+    } else if (worth_a_summary(common, command, summary)) {
+        complain(summary_line(summary, plan, time));
+    }
+    if (summary.stopped) {
+        tell_stop(common, *summary.stopped);
+    }
+    return code;
+}
+
+}  // namespace transmit::cli
