@@ -42,7 +42,7 @@ StatusText status_text(std::uint16_t status) {
         case status_read_failed:
             return {"the server couldn't read the file", "The server's run log tells why."};
         case status_write_failed:
-            return {"the server couldn't write the file",
+            return {"the server could not write (disk full or quota?)",
                     "Make room in the storage; the next attempt goes on from there."};
         case status_seek_failed:
             return {"the server can't start at this place of the file",
@@ -58,7 +58,7 @@ StatusText status_text(std::uint16_t status) {
         case status_file_overflow:
             return {"more data arrived than was announced", "Send the file again."};
         case status_file_in_use:
-            return {"another client is sending the same file", "Try again when it is done."};
+            return {"another client uploads this file", "Try again when it is done."};
         case status_make_folder_content_failed:
             return {"the server couldn't build the listing", "The server's run log tells why."};
         case status_make_storage_information_failed:
