@@ -21,12 +21,18 @@ int length_in_utf8(int character) {
     return character < 0x10000 ? 3 : 4;
 }
 
+// The library takes such a byte for the first of a character of two bytes.
+bool is_continuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
 // Takes one character off the front of the text: its bytes, or, where there is none that XML can
 // hold, the replacement.
 std::string_view take_character(std::string_view& text) {
     int length = static_cast<int>(std::min<std::size_t>(text.size(), 4));
     const int character = xmlGetUTF8Char(xml_text(text.data()), &length);
-    const bool is_utf8 = character >= 0 && length == length_in_utf8(character);
+    const bool is_utf8 =
+        character >= 0 && length == length_in_utf8(character) && !is_continuation(text.front());
     const std::string_view bytes = text.substr(0, is_utf8 ? static_cast<std::size_t>(length) : 1);
     text.remove_prefix(bytes.size());
     return is_utf8 && IS_CHAR(character) ? bytes : replacement;

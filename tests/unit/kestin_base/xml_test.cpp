@@ -197,6 +197,7 @@ TEST(XmlWriteTest, WhatXmlCanNotHoldIsReplaced) {
         {"a\xFFz", "a" + bad + "z"},
         {"\xC3", bad},
         {"\xC3z", bad + "z"},
+        {"\x93\x90z", bad + bad + "z"},  // the middles of characters
         {"\xE2\x82", bad + bad},
         {"\xC1\x81", bad + bad},            // overlong
         {"\xE0\x81\x81", bad + bad + bad},  // overlong
