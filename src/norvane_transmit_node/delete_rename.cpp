@@ -13,13 +13,6 @@ using Kestin::Base::kestin_unlink_safe;
 
 namespace {
 
-// The storage's own folder, or the user's: deleting it would take everything at once.
-bool is_root(const message::PathRequest& request, const std::string& path) {
-    const auto& service = NorvaneTransmitService::instance();
-    return path == service.make_transmit_path(request.storage_id, request.user_id, "", false) ||
-           path == service.make_transmit_path(request.storage_id, 0, "", false);
-}
-
 void delete_path(const std::string& path) {
     if (is_directory(path)) {
         kestin_remove_directory_recursive(path);
@@ -39,7 +32,8 @@ message::Status NorvaneTransmitNode::do_handle_delete_path_request(
     }
     const std::string full_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
-    const bool is_refused = is_root(request, full_path);
+    // It would take everything at once.
+    const bool is_refused = is_root(request.storage_id, request.user_id, full_path);
     if (!is_refused) {
         delete_path(full_path);
     }

@@ -81,6 +81,12 @@ bool is_directory(const std::string& path) {
     return kestin_path_is_directory(path.c_str(), is_directory) && is_directory;
 }
 
+bool is_root(std::uint32_t storage_id, std::uint32_t user_id, const std::string& path) {
+    const auto& service = NorvaneTransmitService::instance();
+    return path == service.make_transmit_path(storage_id, user_id, "", false) ||
+           path == service.make_transmit_path(storage_id, 0, "", false);
+}
+
 FileFacts look_at_file(const std::string& path) {
     FileFacts facts;
     facts.exists = kestin_access_safe(path.c_str());

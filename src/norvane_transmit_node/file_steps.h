@@ -8,6 +8,9 @@
 
 bool is_directory(const std::string& path);
 
+// Whether a mapped path is the storage's own folder or the user's, be it there or not.
+bool is_root(std::uint32_t storage_id, std::uint32_t user_id, const std::string& path);
+
 // What stands at a path; size and time are 0 where they can't be told.
 FileFacts look_at_file(const std::string& path);
 

@@ -35,7 +35,8 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
                        session_id(), temp_path.c_str());
         return message::status_open_write_failed;
     }
-    if (is_directory(target_path)) {
+    // A root that isn't there yet is no place for a file: its temporary file would lie outside.
+    if (is_directory(target_path) || is_root(request.storage_id, request.user_id, target_path)) {
         kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
                        session_id(), target_path.c_str());
         return message::status_path_is_directory;
