@@ -1,5 +1,5 @@
 # One line a target. tools/packages installs what is missing, CMake's presets do the rest.
-.PHONY: run build test check asan tsan bench clean packages-%
+.PHONY: run build test check asan tsan fuzz bench clean packages-%
 
 run: build; cd dist && exec ./transmit_server
 build: packages-build; cmake --preset release && cmake --build --preset release --target dist
@@ -7,6 +7,7 @@ test: packages-test; tools/build_and_test release
 check: packages-check; tools/check
 asan: packages-check; tools/build_and_test asan
 tsan: packages-check; tools/build_and_test tsan
+fuzz: packages-check; cmake --preset fuzz && cmake --build --preset fuzz && fuzz/run
 bench: packages-bench; cmake --preset release && cmake --build --preset release && bench/run
 clean:; rm -rf build dist
 packages-%:; tools/packages $*
