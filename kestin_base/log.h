@@ -40,7 +40,8 @@ enum class LogName { run, debug };
 // One line to a log: local date and time with milliseconds, the level's eight-character label,
 // file, function, line and the message, whose control bytes are shown as \xHH so that no client's
 // text can forge a line. The line is in the file when the call returns. A full or unwritable disk,
-// or a lack of memory, loses the line and nothing else. Does nothing before LogSwitch::init and after LogSwitch::exit.
+// or a lack of memory, loses the line and nothing else. Does nothing before LogSwitch::init and
+// after LogSwitch::exit.
 void write_log(LogName log, KESTIN_LOG_LEVEL level, const char* file, const char* function,
                std::uint64_t line, const char* format, ...) noexcept;
 
