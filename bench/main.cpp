@@ -23,11 +23,18 @@ struct Work {
 };
 
 constexpr Work works[] = {
-    {"big", big_files},     {"encrypted", encrypted_files},
-    {"small", small_files}, {"ahead", files_ahead},
-    {"requests", requests}, {"latency", latency},
-    {"idle", idle},         {"listings", listings},
-    {"nodes", node_list},   {"streams", streams},
+    {"download", downloads},
+    {"upload", uploads},
+    {"encrypted-download", encrypted_downloads},
+    {"encrypted-upload", encrypted_uploads},
+    {"small", small_files},
+    {"ahead", files_ahead},
+    {"requests", requests},
+    {"latency", latency},
+    {"idle", idle},
+    {"listings", listings},
+    {"nodes", node_list},
+    {"streams", streams},
     {"sizes", sizes},
 };
 
@@ -85,6 +92,7 @@ int main(int argc, char** argv) try {
     CLI::App app("Measures the server against its peers and against the raw limit of its wire");
     app.add_option("--only", options.only, "works to do; all of them if not given")
         ->check(CLI::IsMember(bench::names()));
+    app.add_flag("--alone", options.alone, "set the server against the raw limit only");
     app.add_option("--rounds", options.rounds, "turns of each contender")->capture_default_str();
     app.add_option("--size", options.size, "MiB of a big file")->capture_default_str();
     app.add_option("--folder", folder, "where the files lie (default: $TMPDIR or /tmp)");

@@ -38,7 +38,12 @@ Contender Stage::raw_limit(WireClient::Manner manner) {
     return on_wire("raw limit", raw_limit_.pid(), raw_limit_port_, manner);
 }
 
-void Stage::compare(const Task& task, const std::vector<Contender>& contenders) const {
+void Stage::compare(const Task& task, std::vector<Contender> contenders) const {
+    if (options_.alone) {
+        std::erase_if(contenders, [&](const Contender& contender) {
+            return contender.process != server_.pid() && contender.process != raw_limit_.pid();
+        });
+    }
     print_comparison(task, contenders, alternate(contenders, task, options_.rounds));
 }
 

@@ -18,6 +18,7 @@ namespace bench {
 
 struct Options {
     std::vector<std::string> only;  // works; all if empty
+    bool alone = false;             // without the peers
     int rounds = 5;
     std::int64_t size = 512;  // MiB of the big file
     bool full = false;
@@ -44,7 +45,7 @@ class Stage {
 
     // Has the contenders do the task in turns and prints what came out; the first is the one that
     // the others are set against.
-    void compare(const Task& task, const std::vector<Contender>& contenders) const;
+    void compare(const Task& task, std::vector<Contender> contenders) const;
 
   private:
     template <typename Peer>

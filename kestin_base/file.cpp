@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <limits>
 
@@ -18,6 +20,25 @@ constexpr int harmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 bool is_regular(int descriptor) {
     struct stat facts {};
     return ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+std::int64_t size_of(int descriptor) {
+    struct stat facts {};
+    return ::fstat(descriptor, &facts) == 0 ? facts.st_size : -1;
+}
+
+// Takes the first `length` bytes off the front of the pieces from `first` on; which one is the
+// first now.
+std::size_t drop_front(std::span<iovec> pieces, std::size_t first, std::size_t length) {
+    while (first < pieces.size() && length >= pieces[first].iov_len) {
+        length -= pieces[first++].iov_len;
+    }
+    if (length > 0) {
+        iovec& piece = pieces[first];
+        piece.iov_base = static_cast<std::uint8_t*>(piece.iov_base) + length;
+        piece.iov_len -= length;
+    }
+    return first;
 }
 
 // How many bytes a file can hold behind the position; the system refuses to be asked for more.
@@ -71,16 +92,48 @@ bool File::read(char* buffer, std::uint64_t size, std::uint64_t& got) {
 }
 
 bool File::write(const char* data, std::uint64_t size) {
-    while (size > 0) {
-        const ssize_t count = ::write(descriptor_, data, size);
-        if (count > 0) {
-            data += count;
-            size -= static_cast<std::uint64_t>(count);
-        } else if (count == 0 || errno != EINTR) {
-            return false;
+    const Piece piece(reinterpret_cast<const std::uint8_t*>(data), size);
+    return is_open() && write_pieces({&piece, 1}) == 1;
+}
+
+std::size_t File::write_pieces(std::span<const Piece> pieces) {
+    std::array<iovec, most_pieces> slots{};
+    const std::size_t count = std::min(pieces.size(), most_pieces);
+    for (std::size_t index = 0; index < count; ++index) {
+        slots[index] = {const_cast<std::uint8_t*>(pieces[index].data()), pieces[index].size()};
+    }
+    const std::span<iovec> all = std::span(slots).first(count);
+    for (std::size_t first = drop_front(all, 0, 0); first < count;) {
+        const ssize_t written = ::writev(descriptor_, &all[first], static_cast<int>(count - first));
+        if (written > 0) {
+            first = drop_front(all, first, static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return first;
         }
     }
-    return is_open();
+    return count;
+}
+
+void File::reserve(std::uint64_t length) {
+    const std::int64_t size = size_of(descriptor_);
+    if (size < 0 || length > room_behind(size)) {
+        return;
+    }
+    const auto room = static_cast<std::int64_t>(length);
+    if (::fallocate(descriptor_, FALLOC_FL_KEEP_SIZE, size, room) == 0) {
+        reserve_end_ = size + room;
+    }
+}
+
+// Setting a file to the length that it has frees what was set aside behind it.
+void File::give_back_reserve() {
+    if (reserve_end_ > 0) {
+        const std::int64_t size = size_of(descriptor_);
+        if (size >= 0 && size < reserve_end_) {
+            [[maybe_unused]] const int result = ::ftruncate(descriptor_, size);
+        }
+        reserve_end_ = 0;
+    }
 }
 
 bool File::seek(std::int64_t position) {
@@ -96,6 +149,7 @@ bool File::close() {
     if (!is_open()) {
         return true;
     }
+    give_back_reserve();
     // After EINTR the descriptor is gone all the same (close(2)), so it is never closed twice.
     const bool closed = ::close(descriptor_) == 0 || errno == EINTR;
     descriptor_ = -1;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "kestin_base/uncopy.h"
 
@@ -29,6 +31,17 @@ class File : private Uncopy {
     // Writes all bytes, however many calls that takes.
     bool write(const char* data, std::uint64_t size);
 
+    // Writes at most `most_pieces` pieces, one behind the other, in as few calls as the system
+    // allows. How many were written whole: all of them, or the number of the one that failed.
+    using Piece = std::span<const std::uint8_t>;
+    static constexpr std::size_t most_pieces = 16;
+    std::size_t write_pieces(std::span<const Piece> pieces);
+
+    // Asks the file system to set aside room for `length` bytes behind those in the file, which
+    // makes writing them cheaper; the file's length stays. A help that may come to nothing, and
+    // nothing else depends on it. What isn't used goes back with `close`.
+    void reserve(std::uint64_t length);
+
     // Sets the read position, counted from the start; beyond the end is allowed, below 0 is not.
     // The end of the file has to be met again afterwards.
     bool seek(std::int64_t position);
@@ -37,9 +50,13 @@ class File : private Uncopy {
     bool close();
 
   private:
+    void give_back_reserve();
+
     int descriptor_ = -1;
     std::int64_t position_ = 0;
     bool at_end_ = false;
+    // Where the room that was set aside ends, counted from the start of the file.
+    std::int64_t reserve_end_ = 0;
 };
 
 }  // namespace Kestin::Base

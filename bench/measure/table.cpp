@@ -24,9 +24,9 @@ Summary summarize(const std::vector<Cost>& costs, const Task& task) {
     return {median(rates), std::ranges::max(rates), median(processor_costs)};
 }
 
-std::string text_of(double value, int decimals) {
+std::string text_of(double value) {
     std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
+    std::snprintf(text.data(), text.size(), "%.3g", value);
     return text.data();
 }
 
@@ -54,13 +54,12 @@ void print_comparison(const Task& task, const std::vector<Contender>& contenders
         const bool is_accounted = contenders[index].is_accounted;
         std::printf("  %-34s %10.0f %10.0f %11s", contenders[index].name.c_str(),
                     summary.median_rate, summary.best_rate,
-                    is_accounted ? text_of(summary.processor_cost, 3).c_str() : "");
+                    is_accounted ? text_of(summary.processor_cost).c_str() : "");
         if (index > 0) {
-            std::printf(" %8.2f %8.2f %8s", first.median_rate / summary.median_rate,
-                        first.best_rate / summary.best_rate,
-                        is_accounted
-                            ? text_of(first.processor_cost / summary.processor_cost, 2).c_str()
-                            : "");
+            std::printf(
+                " %8.2f %8.2f %8s", first.median_rate / summary.median_rate,
+                first.best_rate / summary.best_rate,
+                is_accounted ? text_of(first.processor_cost / summary.processor_cost).c_str() : "");
         }
         std::printf("\n");
     }

@@ -34,25 +34,40 @@ Task upload(const Stage& stage, const std::string& title, int streams) {
     return task;
 }
 
-}  // namespace
-
-void big_files(Stage& stage) {
-    stage.workspace().make_file("source", stage.options().size << 20);
-    const std::vector<Contender> contenders = {stage.server(), stage.raw_limit(),
-                                               stage.nginx().plain(), stage.vsftpd().plain()};
-    for (const int streams : {1, 4}) {
-        stage.compare(download(stage, "download", streams), contenders);
-        stage.compare(upload(stage, "upload", streams), contenders);
-    }
+std::vector<Contender> plain_contenders(Stage& stage) {
+    return {stage.server(), stage.raw_limit(), stage.nginx().plain(), stage.vsftpd().plain()};
 }
 
-void encrypted_files(Stage& stage) {
-    stage.workspace().make_file("source", stage.options().size << 20);
+std::vector<Contender> encrypted_contenders(Stage& stage) {
     constexpr WireClient::Manner encrypted{.encrypted = true};
-    const std::vector<Contender> contenders = {stage.server(encrypted), stage.raw_limit(encrypted),
-                                               stage.nginx().over_tls(), stage.sshd().sftp()};
-    stage.compare(download(stage, "download, encrypted", 1), contenders);
-    stage.compare(upload(stage, "upload, encrypted", 1), contenders);
+    return {stage.server(encrypted), stage.raw_limit(encrypted), stage.nginx().over_tls(),
+            stage.sshd().sftp()};
+}
+
+}  // namespace
+
+void downloads(Stage& stage) {
+    stage.workspace().make_file("source", stage.options().size << 20);
+    const auto contenders = plain_contenders(stage);
+    stage.compare(download(stage, "download", 1), contenders);
+    stage.compare(download(stage, "download", 4), contenders);
+}
+
+void uploads(Stage& stage) {
+    const auto contenders = plain_contenders(stage);
+    stage.compare(upload(stage, "upload", 1), contenders);
+    stage.compare(upload(stage, "upload", 4), contenders);
+}
+
+void encrypted_downloads(Stage& stage) {
+    stage.workspace().make_file("source", stage.options().size << 20);
+    stage.compare(download(stage, "download, encrypted", 1), encrypted_contenders(stage));
+}
+
+// The sftp program uploads the source.
+void encrypted_uploads(Stage& stage) {
+    stage.workspace().make_file("source", stage.options().size << 20);
+    stage.compare(upload(stage, "upload, encrypted", 1), encrypted_contenders(stage));
 }
 
 }  // namespace bench

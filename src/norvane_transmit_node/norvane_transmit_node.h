@@ -118,7 +118,10 @@ class NorvaneTransmitNode : public INorvaneSession {
     message::Status do_handle_upload_file_prepare_request(
         const message::UploadFilePrepareRequest& request, const std::string& path,
         message::UploadFilePrepareResponse& response);
-    message::Status do_handle_upload_file_data_request(std::span<const std::uint8_t> data);
+    // Takes one block or several; `handled` of them are done with when it returns, and the status
+    // is that of the last of these.
+    message::Status do_handle_upload_file_data_request(
+        std::span<const UploadFileTcpEvent::Block> blocks, std::size_t& handled);
     message::Status do_handle_upload_file_finish_request();
     message::Status do_handle_download_file_prepare_request(
         const message::DownloadFilePrepareRequest& request, const std::string& path,
@@ -161,6 +164,7 @@ class NorvaneTransmitNode : public INorvaneSession {
                                      std::string_view data);
     bool end_download(Connection* connection, message::Status status);
     bool encipher(std::string_view& payload, ByteArray& ciphered) const;
+    bool decipher(std::span<const std::uint8_t>& block, ByteArray& plain) const;
     bool rename_path(const std::string& from, const std::string& to);
 
     LiveNodeRecord node_record_;

@@ -2,6 +2,7 @@
 
 #include "kestin_base/byte_stream.h"
 #include "src/norvane_transmit_node/framing.h"
+#include "src/norvane_transmit_node/upload_blocks.h"
 #include "src/shared/log_place.h"
 
 // The map of the protocol: which message goes to which handler, and which handler has which work.
@@ -119,23 +120,26 @@ bool NorvaneTransmitNode::handle_upload_file_prepare_request(Connection* connect
         connection, &NorvaneTransmitNode::do_handle_upload_file_prepare_request);
 }
 
-// File data goes from where it was received straight on. A block that went well has no answer; one
-// that failed ends whatever transfer there is.
+// File data goes from where it was received straight on, as many messages at once as stand there.
+// A block that went well has no answer; one that failed ends whatever transfer there is, and those
+// behind it are looked at anew.
 bool NorvaneTransmitNode::handle_upload_file_data_request(Connection* connection) {
-    message::UploadFileDataRequest request{};
-    std::array<std::string, 0> no_tails;
-    const Taken taken = take<message::UploadFileData>(*connection, request, no_tails);
-    if (taken != Taken::whole) {
-        return taken == Taken::incomplete;
-    }
-    const std::uint8_t* data = connection->recv_buffer_front(request.data_length);
-    if (data == nullptr && request.data_length != 0) {
+    const std::uint64_t available = connection->recv_buffer_size();
+    const std::uint8_t* received = connection->recv_buffer_front(available);
+    if (received == nullptr) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer move len failed",
                        session_id());
         return false;
     }
-    const message::Status status = do_handle_upload_file_data_request({data, request.data_length});
-    if (!drop_received(*connection, request.data_length)) {
+    const UploadBlocks blocks = UploadBlocks::in({received, available});
+    if (blocks.all().empty()) {
+        return true;
+    }
+    std::size_t handled = 0;
+    const message::Status status = do_handle_upload_file_data_request(blocks.all(), handled);
+    const std::uint64_t length = UploadBlocks::length_on_wire(blocks.all().first(handled));
+    rate_window_.count_in(length);
+    if (!drop_received(*connection, length)) {
         return false;
     }
     if (status == message::status_ok) {

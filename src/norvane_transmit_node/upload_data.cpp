@@ -1,35 +1,52 @@
+#include <algorithm>
+
 #include "src/norvane_transmit_node/event_lookup.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
 #include "src/norvane_transmit_node/payload_buffers.h"
+#include "src/norvane_transmit_node/upload_blocks.h"
 #include "src/shared/log_place.h"
 
+// Plain blocks are written all at once. An enciphered one is written while what it became is still
+// in the cache.
 message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
-    std::span<const std::uint8_t> data) {
+    std::span<const UploadFileTcpEvent::Block> blocks, std::size_t& handled) {
+    handled = 1;
     auto* event = find_event<UploadFileTcpEvent>();
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
-    const char* target_path = event->target_path().c_str();
     PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
-    if (event->encrypted() && !data.empty()) {
-        if (!aes_ecb_decrypt_data(payload_key_.data(), payload_key_.size(), data.data(),
-                                  data.size(), buffers.converted)) {
+    UploadFileTcpEvent::Block plain;
+    if (event->encrypted()) {
+        plain = blocks.front();
+        if (!plain.empty() && !decipher(plain, buffers.converted)) {
             kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] decrypt data failed (%s)",
-                           session_id(), target_path);
+                           session_id(), event->target_path().c_str());
             return message::status_decrypt_failed;
         }
-        data = buffers.converted;
+        blocks = {&plain, 1};
     }
-    if (data.empty()) {
+    if (UploadBlocks::length_of(blocks) == 0) {
+        handled = blocks.size();
         return message::status_ok;
     }
-    const bool is_written = event->write(data.data(), data.size());
+    const std::size_t written = event->write(blocks);
     buffers.give_back_large();
-    if (!is_written) {
+    handled = std::min(written + 1, blocks.size());
+    if (written < blocks.size()) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] write file failed (%s)", session_id(),
-                       target_path);
+                       event->target_path().c_str());
         return message::status_write_failed;
     }
     event->update_node_record(node_record_);
     return message::status_ok;
+}
+
+bool NorvaneTransmitNode::decipher(std::span<const std::uint8_t>& block, ByteArray& plain) const {
+    if (!aes_ecb_decrypt_data(payload_key_.data(), payload_key_.size(), block.data(), block.size(),
+                              plain)) {
+        return false;
+    }
+    block = plain;
+    return true;
 }

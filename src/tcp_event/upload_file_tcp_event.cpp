@@ -1,8 +1,25 @@
 #include "src/tcp_event/upload_file_tcp_event.h"
 
+#include <algorithm>
 #include <new>
 
 #include "kestin_base/file_system.h"
+
+namespace {
+
+// Room is set aside for files larger than the first, and never more than the second at a time.
+constexpr std::int64_t least_reserve = 1 << 20;
+constexpr std::int64_t most_reserve = 64 << 20;
+
+std::uint64_t total_length(std::span<const UploadFileTcpEvent::Block> blocks) {
+    std::uint64_t total = 0;
+    for (const auto& block : blocks) {
+        total += block.size();
+    }
+    return total;
+}
+
+}  // namespace
 
 UploadFileTcpEvent::Pointer UploadFileTcpEvent::acquire() {
     return Pointer(new (std::nothrow) UploadFileTcpEvent);
@@ -30,9 +47,26 @@ bool UploadFileTcpEvent::open(UploadClaim claim, const std::string& target_path,
     return file_.open(temp_path_.c_str(), true, false);
 }
 
-bool UploadFileTcpEvent::write(const std::uint8_t* data, std::uint64_t length) {
-    written_size_ += static_cast<std::int64_t>(length);
-    return file_.write(reinterpret_cast<const char*>(data), length);
+std::size_t UploadFileTcpEvent::write(std::span<const Block> blocks) {
+    reserve_ahead(total_length(blocks));
+    const std::size_t written = file_.write_pieces(blocks);
+    written_size_ +=
+        static_cast<std::int64_t>(total_length(blocks.first(std::min(written + 1, blocks.size()))));
+    return written;
+}
+
+// As much again as the client has sent already, so that one which only announces gets nothing.
+void UploadFileTcpEvent::reserve_ahead(std::uint64_t length) {
+    const std::int64_t next_size = written_size_ + static_cast<std::int64_t>(length);
+    if (next_size <= reserved_size_ || written_size_ < least_reserve) {
+        return;
+    }
+    const std::int64_t missing = announcement_.file_size - written_size_;
+    const std::int64_t reserve = std::min({missing, written_size_, most_reserve});
+    if (reserve > 0) {
+        file_.reserve(static_cast<std::uint64_t>(reserve));
+    }
+    reserved_size_ = written_size_ + reserve;
 }
 
 bool UploadFileTcpEvent::close() {

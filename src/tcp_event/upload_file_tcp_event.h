@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "kestin_base/file.h"
@@ -38,8 +39,10 @@ class UploadFileTcpEvent : public TcpEventBase {
     bool open(UploadClaim claim, const std::string& target_path, const std::string& temp_path,
               std::int64_t offset, const UploadAnnouncement& announcement);
 
-    // Adds `length` to written_size, written or not, then writes.
-    bool write(const std::uint8_t* data, std::uint64_t length);
+    // Writes the blocks of file data, at most File::most_pieces of them. How many were written
+    // whole; written_size counts these and the one that failed.
+    using Block = Kestin::Base::File::Piece;
+    std::size_t write(std::span<const Block> blocks);
 
     // Closes the file ahead of the event's end. False: the system reports only now that bytes were
     // lost, and the file isn't to be continued.
@@ -60,11 +63,13 @@ class UploadFileTcpEvent : public TcpEventBase {
 
   private:
     void stamp_files();
+    void reserve_ahead(std::uint64_t length);
 
     UploadAnnouncement announcement_;
     std::string target_path_;
     std::string temp_path_;
     std::int64_t written_size_ = 0;
+    std::int64_t reserved_size_ = 0;
     bool is_intact_ = true;
     UploadClaim claim_;
     Kestin::Base::File file_;

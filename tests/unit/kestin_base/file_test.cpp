@@ -156,6 +156,26 @@ TEST_F(FileTest, AWriteThatDoesNotFitIsFalse) {
     EXPECT_EQ(fs::file_size(root / "f"), 1000U);
 }
 
+TEST_F(FileTest, RoomThatWasSetAsideShowsInNoLengthAndGoesBack) {
+    const std::string path = root / "f";
+    const auto facts = [&path] {
+        struct stat now {};
+        ::stat(path.c_str(), &now);
+        return now;
+    };
+    File file;
+    file.reserve(1 << 20);
+    ASSERT_TRUE(file.open(path.c_str(), true, false));
+    ASSERT_TRUE(file.write("some", 4));
+    file.reserve(1 << 20);
+    EXPECT_EQ(facts().st_size, 4);
+    ASSERT_TRUE(file.write(" more", 5));
+    EXPECT_TRUE(file.close());
+    EXPECT_EQ(bytes_of(path), "some more");
+    constexpr int few_blocks = (64 << 10) / 512;
+    EXPECT_LE(facts().st_blocks, few_blocks);
+}
+
 TEST_F(FileSystemTest, WhatStandsAtAPath) {
     const std::string file = root.with_file("f", "12345");
     fs::create_symlink(root.path(), root / "to_folder");

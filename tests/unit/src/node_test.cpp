@@ -287,10 +287,12 @@ TEST_F(NodeTest, TellsAtOnceThatABlockCouldNotBeWritten) {
     client.ask(upload_prepare("big", 1 << 20, time));
     const rlimit small{.rlim_cur = 65536, .rlim_max = before.rlim_max};
     setrlimit(RLIMIT_FSIZE, &small);
-    EXPECT_EQ(client.ask(upload_data(std::string(65536, 'x'))), "");
-    const message::Status status = client.status_of(upload_data("one byte more"));
+    const std::string answers = client.ask(upload_data(std::string(65535, 'x')) +
+                                           upload_data("two") + upload_data("three"));
     setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(status, message::status_write_failed);
+    // The upload has ended when the third block is looked at.
+    EXPECT_EQ(answers, std::string({0, 3, 0, message::status_write_failed, 0, 3, 0,
+                                    message::status_invalid_connection_data}));
     EXPECT_EQ(
         client.ask_for<message::UploadFilePrepareResponse>(upload_prepare("big", 1 << 20, time))
             .offset,
