@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <iterator>
 #include <system_error>
 
 #include "client/cli/commands.h"
@@ -15,14 +15,7 @@
 namespace transmit::cli {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr auto standard_output = "-";
-
-bool is_folder(const std::string& path) {
-    std::error_code error;
-    return fs::is_directory(path, error);
-}
 
 Result<void> write_all(const char* data, std::size_t size) {
     while (size > 0) {
@@ -75,6 +68,7 @@ class DownloadPlan {
     }
 
     TransferPlan finish() && {
+        refuse_doubles(batch_, [](const DownloadJob& job) { return job.local_path; });
         TransferPlan plan{endpoint_, {}, "fetched", {}};
         for (const DownloadJob& job : batch_.files) {
             const auto size = job.stamp ? std::optional(job.stamp->size) : std::nullopt;
@@ -101,7 +95,7 @@ class DownloadPlan {
         }
         if (!entry->is_folder) {
             batch_.files.push_back({source,
-                                    place_of(source, into_folder_ || is_folder(local_)),
+                                    place_of(source, into_folder_ || is_local_folder(local_)),
                                     {},
                                     FileStamp{entry->size, entry->time}});
             return {};
@@ -110,9 +104,9 @@ class DownloadPlan {
         if (!tree) {
             return note(source, tree.error());
         }
-        append(batch_.files, tree->files);
-        append(batch_.folders, tree->folders);
-        append(batch_.refused, tree->refused);
+        std::ranges::move(tree->files, std::back_inserter(batch_.files));
+        std::ranges::move(tree->folders, std::back_inserter(batch_.folders));
+        std::ranges::move(tree->refused, std::back_inserter(batch_.refused));
         return {};
     }
 
@@ -128,12 +122,6 @@ class DownloadPlan {
         batch_.refused.push_back({source.path, std::move(error)});
     }
 
-    template <typename Item>
-    static void append(std::vector<Item>& all, std::vector<Item>& more) {
-        all.insert(all.end(), std::make_move_iterator(more.begin()),
-                   std::make_move_iterator(more.end()));
-    }
-
     const TransferCommand& command_;
     Endpoint endpoint_;
     std::string local_;
@@ -146,7 +134,7 @@ class DownloadPlan {
 // target may prove a folder.
 bool goes_into_folder(const std::string& local, std::size_t sources, bool recursive) {
     return sources > 1 || local.ends_with('/') || local_name(local).empty() ||
-           (!recursive && is_folder(local));
+           (!recursive && is_local_folder(local));
 }
 
 }  // namespace
@@ -163,8 +151,8 @@ ExitCode get(const Common& common, const TransferCommand& command) {
         complain("", sources.error());
         return ExitCode::usage;
     }
-    if (local == standard_output && (sources->size() > 1 || command.recursive)) {
-        complain("standard output takes one file");
+    if (local == standard_output && (sources->size() > 1 || command.recursive || common.json)) {
+        complain("standard output takes one file, and no JSON beside it");
         return ExitCode::usage;
     }
     DownloadPlan plan(common, command, sources->front().server, local,

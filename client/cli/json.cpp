@@ -1,14 +1,11 @@
 #include "client/cli/json.h"
 
-#include <cstdio>
-#include <string>
+#include <iostream>
 
 namespace transmit::cli {
 
 void print_line(const Json& object) {
-    const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-    std::fwrite(line.data(), 1, line.size(), stdout);
-    std::fflush(stdout);
+    std::cout << object.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
 }
 
 }  // namespace transmit::cli

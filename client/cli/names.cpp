@@ -1,5 +1,7 @@
 #include "client/cli/names.h"
 
+#include <filesystem>
+
 #include "client/remote_tree.h"
 
 namespace transmit::cli {
@@ -36,6 +38,11 @@ std::string joined(std::string folder, std::string_view name) {
 
 bool ends_in_separator(std::string_view path) {
     return !path.empty() && (path.back() == '/' || path.back() == '\\');
+}
+
+bool is_local_folder(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_directory(path, error);
 }
 
 }  // namespace transmit::cli

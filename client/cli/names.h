@@ -18,4 +18,6 @@ std::string joined(std::string folder, std::string_view name);
 
 bool ends_in_separator(std::string_view path);
 
+bool is_local_folder(const std::string& path);
+
 }  // namespace transmit::cli

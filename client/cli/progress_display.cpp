@@ -13,12 +13,16 @@ namespace {
 constexpr std::chrono::milliseconds tick_length{100};
 constexpr std::chrono::seconds line_interval{10};
 
-// Control sequences of ECMA-48: to the line's end, to the screen's end.
+// Control sequences of ECMA-48: erasing to the line's end and to the screen's, going up, a colour.
 constexpr auto erase_line = "\033[K";
 constexpr auto erase_below = "\033[J";
 
 std::string up(std::size_t rows) {
     return rows > 0 ? "\033[" + std::to_string(rows) + "A" : std::string();
+}
+
+std::string in_yellow(const std::string& text) {
+    return can_colour() ? "\033[33m" + text + "\033[m" : text;
 }
 
 }  // namespace
@@ -72,9 +76,9 @@ void ProgressDisplay::tick(Clock::time_point now) {
 void ProgressDisplay::draw(Clock::time_point now) {
     std::string block = to_start();
     drawn_.clear();
-    for (const std::string& line : progress_bars(progress_, now, terminal_width() - 1)) {
-        block += line + erase_line + "\n";
-        drawn_.push_back(columns(line));
+    for (const BarLine& line : progress_bars(progress_, now, terminal_width() - 1)) {
+        block += (line.hindered ? in_yellow(line.text) : line.text) + erase_line + "\n";
+        drawn_.push_back(columns(line.text));
     }
     std::cerr << block + erase_below;
 }

@@ -10,6 +10,7 @@ namespace transmit::cli {
 namespace {
 
 constexpr std::size_t most_files = 3;
+constexpr std::size_t shortest_name = 10;
 constexpr std::size_t shortest_bar = 10;
 constexpr std::size_t longest_bar = 40;
 
@@ -57,27 +58,37 @@ std::string time_left(std::int64_t bytes, double speed) {
     // Longer than this is no forecast.
     constexpr double most = 100 * 3600;
     const double seconds = speed > 0 ? static_cast<double>(bytes) / speed : most;
-    return seconds < most
+    return bytes > 0 && seconds < most
                ? shown_duration(std::chrono::seconds(static_cast<std::int64_t>(seconds) + 1)) +
                      " left"
                : std::string();
 }
 
-// "NAME  [===>  ]  42 % of 29.1 MiB  3.2 MiB/s  2:05 left".
+// " 42 % of 29.1 MiB    3.2 MiB/s  2:05 left".
+std::string figures(std::int64_t done, std::int64_t total, double speed) {
+    return padded_left(percent(share(done, total)), 5) + " of " +
+           padded(shown_size(static_cast<double>(total)), 10) + padded_left(speed_text(speed), 12) +
+           "  " + padded(time_left(total - done, speed), 9);
+}
+
+std::string few_figures(std::int64_t done, std::int64_t total, double speed) {
+    return padded_left(percent(share(done, total)), 5) + padded_left(speed_text(speed), 12);
+}
+
+// "NAME  [===>  ]  " and the figures, of which a narrow terminal gets few.
 std::string bar_line(const std::string& name, std::int64_t done, std::int64_t total, double speed,
                      std::size_t width) {
-    const std::string figures = padded_left(percent(share(done, total)), 5) + " of " +
-                                padded(shown_size(static_cast<double>(total)), 10) +
-                                padded_left(speed_text(speed), 12) + "  " +
-                                padded(time_left(total - done, speed), 9);
-    const std::size_t room = width > columns(figures) + 2 ? width - columns(figures) - 2 : 0;
-    const std::size_t bar_width = room / 2 < shortest_bar ? 0 : std::min(room / 2, longest_bar);
-    const std::size_t name_width = bar_width > 0 ? room - bar_width - 2 : room;
-    std::string line = padded(ending(name, name_width), name_width) + "  ";
-    if (bar_width > 0) {
-        line += bar(share(done, total), bar_width) + "  ";
+    std::string tail = figures(done, total, speed);
+    if (width < columns(tail) + shortest_name + shortest_bar + 4) {
+        tail = few_figures(done, total, speed);
     }
-    return beginning(line + figures, width);
+    const std::size_t used = columns(tail) + 4;
+    const std::size_t room = width > used ? width - used : 0;
+    const std::size_t bar_width = std::clamp(room / 2, shortest_bar, longest_bar);
+    const std::size_t name_width = room > bar_width ? room - bar_width : 0;
+    return beginning(padded(ending(name, name_width), name_width) + "  " +
+                         bar(share(done, total), bar_width) + "  " + tail,
+                     width);
 }
 
 std::string moving_line(const BatchProgress& progress, const RunningFile& file,
@@ -95,10 +106,10 @@ std::string hindered_line(const BatchProgress& progress, const RunningFile& file
     return beginning(ending(shown(progress.name(file.file)), name_width) + ": " + reason, width);
 }
 
-std::string file_line(const BatchProgress& progress, const RunningFile& file, Clock::time_point now,
-                      std::size_t width) {
-    return file.hindrance ? hindered_line(progress, file, now, width)
-                          : moving_line(progress, file, now, width);
+BarLine file_line(const BatchProgress& progress, const RunningFile& file, Clock::time_point now,
+                  std::size_t width) {
+    return file.hindrance ? BarLine{hindered_line(progress, file, now, width), true}
+                          : BarLine{moving_line(progress, file, now, width)};
 }
 
 std::string file_count(const BatchProgress& progress) {
@@ -117,15 +128,15 @@ std::string total_line(const BatchProgress& progress, Clock::time_point now, std
 
 }  // namespace
 
-std::vector<std::string> progress_bars(const BatchProgress& progress, Clock::time_point now,
-                                       std::size_t width) {
-    std::vector<std::string> lines;
+std::vector<BarLine> progress_bars(const BatchProgress& progress, Clock::time_point now,
+                                   std::size_t width) {
+    std::vector<BarLine> lines;
     const auto& running = progress.running();
     for (std::size_t index = 0; index < std::min(running.size(), most_files); ++index) {
         lines.push_back(file_line(progress, running[index], now, width));
     }
     if (progress.files() > 1) {
-        lines.push_back(total_line(progress, now, width));
+        lines.push_back({total_line(progress, now, width)});
     }
     return lines;
 }

@@ -9,10 +9,16 @@
 // What a batch's progress looks like. Pure; names and reasons of the other side are made safe here.
 namespace transmit::cli {
 
+// A line of a terminal.
+struct BarLine {
+    std::string text;
+    bool hindered = false;  // what it tells of stands still
+};
+
 // The block that a terminal of so many columns shows: a line for each of the first three running
 // files, and a total if the batch has more than one file. No line is wider than `width`.
-std::vector<std::string> progress_bars(const BatchProgress& progress, Clock::time_point now,
-                                       std::size_t width);
+std::vector<BarLine> progress_bars(const BatchProgress& progress, Clock::time_point now,
+                                   std::size_t width);
 
 // The same as one line, of any width.
 std::string progress_line(const BatchProgress& progress, Clock::time_point now);

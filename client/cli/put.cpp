@@ -1,10 +1,14 @@
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 
 #include "client/cli/commands.h"
+#include "client/cli/interrupt.h"
 #include "client/cli/names.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
@@ -24,22 +28,22 @@ Error unusable_name() {
             "name"};
 }
 
-bool is_folder(const std::string& path) {
-    std::error_code error;
-    return fs::is_directory(path, error);
-}
-
 std::optional<std::int64_t> size_of(const UploadJob& job) {
     std::error_code error;
     const auto size = fs::file_size(job.local_path, error);
     return error || job.source ? std::nullopt : std::optional(static_cast<std::int64_t>(size));
 }
 
+// Waits in short turns, since a signal may reach another thread than this one.
 Result<std::size_t> read_standard_input(std::span<char> memory) {
-    ssize_t size = 0;
-    do {
-        size = read(STDIN_FILENO, memory.data(), memory.size());
-    } while (size < 0 && errno == EINTR);
+    constexpr int turn = 200;  // milliseconds
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (poll(&input, 1, turn) <= 0) {
+        if (interrupted()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
+    }
+    const ssize_t size = read(STDIN_FILENO, memory.data(), memory.size());
     if (size < 0) {
         return Error{ErrorKind::local_file, 0,
                      "standard input: " + std::generic_category().message(errno)};
@@ -56,7 +60,7 @@ class UploadPlan {
     void add(const std::string& source) {
         if (source == standard_input) {
             batch_.files.push_back({source, target_.path, &read_standard_input});
-        } else if (is_folder(source)) {
+        } else if (is_local_folder(source)) {
             add_folder(source);
         } else if (into_folder_ && local_name(source).empty()) {
             refuse(source, unusable_name());
@@ -66,6 +70,7 @@ class UploadPlan {
     }
 
     TransferPlan finish() && {
+        refuse_doubles(batch_, [](const UploadJob& job) { return job.target.path; });
         TransferPlan plan{target_.server, {}, "sent", {}};
         for (const UploadJob& job : batch_.files) {
             plan.files.push_back({{job.local_path, job.target.path}, size_of(job)});
@@ -98,15 +103,9 @@ class UploadPlan {
             refuse(source, tree.error());
             return;
         }
-        append(batch_.files, tree->files);
-        append(batch_.folders, tree->folders);
-        append(batch_.refused, tree->refused);
-    }
-
-    template <typename Item>
-    static void append(std::vector<Item>& all, std::vector<Item>& more) {
-        all.insert(all.end(), std::make_move_iterator(more.begin()),
-                   std::make_move_iterator(more.end()));
+        std::ranges::move(tree->files, std::back_inserter(batch_.files));
+        std::ranges::move(tree->folders, std::back_inserter(batch_.folders));
+        std::ranges::move(tree->refused, std::back_inserter(batch_.refused));
     }
 
     void refuse(const std::string& source, Error error) {
@@ -127,7 +126,7 @@ Result<bool> is_folder(const Common& common, const Target& target,
         ends_in_separator(target.path.path)) {
         return true;
     }
-    if (sources.front() == standard_input || is_folder(sources.front())) {
+    if (sources.front() == standard_input || is_local_folder(sources.front())) {
         return false;
     }
     RetryingConnection server = connect_once(common, target.server);

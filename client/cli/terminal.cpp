@@ -31,6 +31,11 @@ std::string_view next_step(const Error& error) {
     }
 }
 
+std::string_view environment(const char* name) {
+    const char* const value = std::getenv(name);
+    return value ? value : "";
+}
+
 }  // namespace
 
 std::size_t terminal_width() {
@@ -39,8 +44,12 @@ std::size_t terminal_width() {
 }
 
 bool can_redraw() {
-    const char* const kind = std::getenv("TERM");
-    return isatty(STDERR_FILENO) && kind && *kind != 0 && std::string_view(kind) != "dumb";
+    const auto kind = environment("TERM");
+    return isatty(STDERR_FILENO) && !kind.empty() && kind != "dumb";
+}
+
+bool can_colour() {
+    return can_redraw() && environment("NO_COLOR").empty();
 }
 
 bool can_ask() {

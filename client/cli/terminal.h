@@ -12,6 +12,8 @@ namespace transmit::cli {
 std::size_t terminal_width();
 // True if standard error is a terminal that can move its cursor.
 bool can_redraw();
+// True if it may be coloured too: NO_COLOR isn't set, or is empty.
+bool can_colour();
 // True if a person can be asked: standard input and error are terminals.
 bool can_ask();
 // Asks on standard error; true for an answer that begins with y or Y.

@@ -2,11 +2,11 @@
 
 #include <cstdio>
 
+#include "client/batch.h"
 #include "client/cli/json.h"
 #include "client/cli/progress_view.h"
 #include "client/cli/terminal.h"
 #include "client/cli/text.h"
-#include "client/socket.h"
 
 namespace transmit::cli {
 namespace {

@@ -1,5 +1,6 @@
 #include "client/cli/transfer_run.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "client/cli/interrupt.h"
@@ -62,11 +63,19 @@ TransferOptions options_of(const TransferCommand& command) {
     return options;
 }
 
+// What a wish to stop has cut short is no failure.
+std::size_t failures(const TransferSummary& summary) {
+    return summary.refused.size() + static_cast<std::size_t>(std::ranges::count_if(
+                                        summary.failed, [](const FileFailure& failure) {
+                                            return failure.error.kind != ErrorKind::cancelled;
+                                        }));
+}
+
 ExitCode code_of(const TransferSummary& summary, const TransferPlan& plan) {
     if (summary.stopped) {
         return exit_code(*summary.stopped);
     }
-    if (summary.failed.size() + summary.refused.size() == 0) {
+    if (failures(summary) == 0) {
         return ExitCode::done;
     }
     const bool single = plan.files.size() + summary.refused.size() == 1;
@@ -88,7 +97,7 @@ std::string summary_line(const TransferSummary& summary, const TransferPlan& pla
     if (summary.already_there > 0) {
         line += "; " + std::to_string(summary.already_there) + " there already";
     }
-    if (const auto failed = summary.failed.size() + summary.refused.size(); failed > 0) {
+    if (const auto failed = failures(summary); failed > 0) {
         line += "; " + std::to_string(failed) + " failed";
     }
     return line;
@@ -105,7 +114,7 @@ Json summary_object(const TransferSummary& summary, Clock::duration time, ExitCo
     return {{"event", "summary"},
             {"done", summary.done},
             {"already_there", summary.already_there},
-            {"failed", summary.failed.size() + summary.refused.size()},
+            {"failed", failures(summary)},
             {"moved", summary.moved},
             {"seconds", std::chrono::duration<double>(time).count()},
             {"exit_code", static_cast<int>(code)}};

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -42,29 +44,63 @@ void close_descriptor(int& descriptor) {
     }
 }
 
+// How a child's standard input and output come about.
+class Redirection {
+  public:
+    Redirection() {
+        posix_spawnattr_init(&attributes);
+        posix_spawn_file_actions_init(&actions);
+    }
+    ~Redirection() {
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+    }
+    Redirection(const Redirection&) = delete;
+    Redirection& operator=(const Redirection&) = delete;
+
+    void use_pipes(int input, int output) {
+        posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    }
+
+    // The terminal that the leader of a session opens first is its own.
+    void use_terminal(const char* name) {
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, name, O_RDWR, 0);
+        posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
+    }
+
+    posix_spawnattr_t attributes{};
+    posix_spawn_file_actions_t actions{};
+};
+
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
-            const std::string& folder, int input, int output) {
+            const std::string& folder, Redirection& stdio) {
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }
     argv.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     if (!folder.empty()) {
-        posix_spawn_file_actions_addchdir_np(&actions, folder.c_str());
+        posix_spawn_file_actions_addchdir_np(&stdio.actions, folder.c_str());
     }
     pid_t pid = 0;
-    const int failure = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const int failure =
+        posix_spawn(&pid, program.c_str(), &stdio.actions, &stdio.attributes, argv.data(), environ);
     if (failure != 0) {
         throw std::system_error(failure, std::generic_category(), program);
     }
     return pid;
+}
+
+int open_terminal() {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) {
+        throw std::system_error(errno, std::generic_category(), "terminal");
+    }
+    return terminal;
 }
 
 // Whether the descriptor becomes readable (or is at its end) before the deadline.
@@ -84,12 +120,22 @@ ExitStatus reap(pid_t pid) {
 }  // namespace
 
 ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
-                           const std::string& folder) {
+                           const std::string& folder, Stdio stdio) {
+    Redirection redirection;
+    if (stdio == Stdio::terminal) {
+        output_pipe_ = open_terminal();
+        input_ = fcntl(output_pipe_, F_DUPFD_CLOEXEC, 0);
+        resize(80);
+        redirection.use_terminal(ptsname(output_pipe_));
+        pid_ = spawn(program, arguments, folder, redirection);
+        return;
+    }
     Pipe input = make_pipe();
     Pipe output = make_pipe();
     input_ = input.write_end;
     output_pipe_ = output.read_end;
-    pid_ = spawn(program, arguments, folder, input.read_end, output.write_end);
+    redirection.use_pipes(input.read_end, output.write_end);
+    pid_ = spawn(program, arguments, folder, redirection);
     close_descriptor(input.read_end);
     close_descriptor(output.write_end);
 }
@@ -112,6 +158,11 @@ void ChildProcess::write_input(std::string_view text) {
 
 void ChildProcess::close_input() {
     close_descriptor(input_);
+}
+
+void ChildProcess::resize(unsigned short columns) {
+    const winsize size{24, columns, 0, 0};
+    ioctl(output_pipe_, TIOCSWINSZ, &size);
 }
 
 bool ChildProcess::await_output(std::string_view text, Limit limit) {

@@ -25,17 +25,19 @@ inline constexpr ExitStatus ended_by(int signal) {
     return {false, 0, signal};
 }
 
-// A program that runs beside the test, its standard input and output connected to the test by
-// pipes; its standard error is the test's. Ended by SIGKILL when the object goes.
+// A program that runs beside the test. Its standard input and output are connected to the test by
+// pipes, and its standard error is the test's; or all three are a terminal, which the test has the
+// other end of. Ended by SIGKILL when the object goes.
 class ChildProcess {
   public:
+    enum class Stdio { pipes, terminal };
     using Limit = std::chrono::milliseconds;
     static constexpr Limit default_limit = std::chrono::seconds(30);
 
     // `arguments` holds argv[0] too. An empty `folder` is the test's working directory. Throws if
     // the program can't be started.
     ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
-                 const std::string& folder = "");
+                 const std::string& folder = "", Stdio stdio = Stdio::pipes);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
@@ -45,12 +47,17 @@ class ChildProcess {
     void write_input(std::string_view text);
     void close_input();
 
+    // Of a terminal: its columns, which the program is told of.
+    void resize(unsigned short columns);
+
     // Waits until the text stands in what the program has printed. False if the output ends, or
     // the limit passes, before it does.
     bool await_output(std::string_view text, Limit limit = default_limit);
 
     // What the program has printed, as far as an await has seen it; all of it after await_exit.
     const std::string& output() const { return output_; }
+    // Forgets that, so that an await looks at what comes.
+    void clear_output() { output_.clear(); }
 
     void send_signal(int signal);
 

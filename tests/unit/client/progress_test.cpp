@@ -65,11 +65,11 @@ TEST(Bars, ThreeFilesAndATotal) {
     }
     const auto lines = progress_bars(progress, start + 1s, 79);
     ASSERT_EQ(lines.size(), 4U);
-    EXPECT_EQ(lines[0],
-              "folder/file0      [=>             ]   10 % of 10.0 MiB     1.0 MiB/s  0:10 left");
-    EXPECT_TRUE(lines[3].starts_with("0 of 5 files")) << lines[3];
-    EXPECT_NE(lines[3].find("20 % of 50.0 MiB    10.0 MiB/s  0:05 left"), std::string::npos)
-        << lines[3];
+    EXPECT_EQ(lines[0].text,
+              "folder/file0       [=>            ]   10 % of 10.0 MiB     1.0 MiB/s  0:10 left");
+    EXPECT_TRUE(lines[3].text.starts_with("0 of 5 files")) << lines[3].text;
+    EXPECT_NE(lines[3].text.find("20 % of 50.0 MiB    10.0 MiB/s  0:05 left"), std::string::npos)
+        << lines[3].text;
     EXPECT_EQ(progress_bars(batch_of(1), start, 79).size(), 0U);
 }
 
@@ -81,10 +81,10 @@ TEST(Bars, TellWhatStandsInTheWay) {
     BatchProgress progress = batch_of(1);
     progress.start(0, start);
     progress.hinder(0, {reason, {}, start + 4s, {}});
-    EXPECT_EQ(progress_bars(progress, start, 79).front(),
+    EXPECT_EQ(progress_bars(progress, start, 79).front().text,
               "folder/file0: another client uploads this file; trying again in 4 s");
     progress.advance(0, mib, 10 * mib, 0, start);
-    EXPECT_NE(progress_bars(progress, start, 79).front().find("10 %"), std::string::npos);
+    EXPECT_NE(progress_bars(progress, start, 79).front().text.find("10 %"), std::string::npos);
 }
 
 TEST(Bars, FitAnyTerminalAndStayOneLine) {
@@ -95,7 +95,7 @@ TEST(Bars, FitAnyTerminalAndStayOneLine) {
     progress.advance(0, 3 * mib, 9 * mib, 0, start + 1s);
     progress.hinder(1, {std::string(200, '?'), {}, start + 9s, start + 99s});
     for (std::size_t width = 1; width < 250; ++width) {
-        for (const std::string& line : progress_bars(progress, start + 1s, width)) {
+        for (const auto& [line, hindered] : progress_bars(progress, start + 1s, width)) {
             EXPECT_LE(columns(line), width) << line;
             EXPECT_EQ(line, shown(line));
         }
