@@ -85,7 +85,11 @@ class TreeRemover {
             detail::grant_owner(above, name, facts.st_mode, S_IRWXU);
         }
         const int folder = ::openat(above, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        return Stream(folder < 0 ? nullptr : ::fdopendir(folder));
+        Stream stream(folder < 0 ? nullptr : ::fdopendir(folder));
+        if (stream == nullptr && folder >= 0) {
+            ::close(folder);
+        }
+        return stream;
     }
 
     // Removes all of the open directory but its folders, and tells these. What doesn't go is taken
