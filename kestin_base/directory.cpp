@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 namespace Kestin::Base {
 
 Directory::~Directory() {
@@ -12,6 +14,7 @@ Directory::~Directory() {
 bool Directory::open(const char* path) {
     close();
     stream_ = ::opendir(path);
+    is_broken_ = false;
     prefix_ = path;
     if (!prefix_.ends_with('/')) {
         prefix_ += '/';
@@ -24,8 +27,10 @@ bool Directory::read() {
         return false;
     }
     do {
+        errno = 0;
         const dirent* entry = ::readdir(stream_);
         if (entry == nullptr) {
+            is_broken_ = errno != 0;
             return false;
         }
         short_name_ = static_cast<const char*>(entry->d_name);

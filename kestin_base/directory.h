@@ -18,8 +18,10 @@ class Directory : private Uncopy {
 
     bool open(const char* path);
 
-    // Moves to the next entry; false when there is none.
+    // Moves to the next entry; false when there is none, or when the system can't tell.
     bool read();
+    // Whether entries may be missing behind the last one.
+    bool is_broken() const { return is_broken_; }
 
     // Of the present entry: its full path, its name alone, and, links followed, whether it is a
     // directory, its size and its time (as file_get_size and file_get_time tell them; 0 where they
@@ -36,6 +38,7 @@ class Directory : private Uncopy {
     void examine();
 
     DIR* stream_ = nullptr;
+    bool is_broken_ = false;
     std::string prefix_;
     std::string name_;
     std::string short_name_;

@@ -52,6 +52,9 @@ bool make_download_folder_content(Directory& directory, std::string& document) {
             return false;
         }
     }
+    if (directory.is_broken()) {
+        return false;
+    }
     document = xml.get_document();
     return true;
 }
