@@ -17,11 +17,6 @@ namespace {
 // notice of either.
 constexpr int harmless = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
-bool is_regular(int descriptor) {
-    struct stat facts {};
-    return ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
-}
-
 std::int64_t size_of(int descriptor) {
     struct stat facts {};
     return ::fstat(descriptor, &facts) == 0 ? facts.st_size : -1;
@@ -58,9 +53,11 @@ bool File::open(const char* path, bool write, bool /*reserved*/) {
     descriptor_ = ::open(path, mode | harmless, 0666);
     position_ = 0;
     at_end_ = false;
-    if (is_open() && !is_regular(descriptor_)) {
+    struct stat facts {};
+    if (is_open() && (::fstat(descriptor_, &facts) != 0 || !S_ISREG(facts.st_mode))) {
         close();
     }
+    size_at_open_ = facts.st_size;
     return is_open();
 }
 

@@ -22,6 +22,9 @@ class File : private Uncopy {
     bool open(const char* path, bool write, bool reserved);
     bool is_open() const;
 
+    // How many bytes it held when it was opened.
+    std::int64_t size_at_open() const { return size_at_open_; }
+
     // True once a read has met the end of the file: it gave fewer bytes than asked for, also 0.
     bool is_eof() const;
 
@@ -53,6 +56,7 @@ class File : private Uncopy {
     void give_back_reserve();
 
     int descriptor_ = -1;
+    std::int64_t size_at_open_ = 0;
     std::int64_t position_ = 0;
     bool at_end_ = false;
     // Where the room that was set aside ends, counted from the start of the file.

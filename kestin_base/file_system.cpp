@@ -42,7 +42,7 @@ bool replace_file_by_directory(const char* from, const char* to) {
 
 bool kestin_access_safe(const char* path) {
     struct stat facts {};
-    return examine_link(path, facts);
+    return examine_link(path, facts) || errno == EIO || errno == ENOMEM;
 }
 
 bool kestin_path_is_directory(const char* path, bool& is_directory) {

@@ -8,7 +8,8 @@ namespace Kestin::Base {
 // All of these take paths as bytes, may be called on unrelated paths at once, report by their
 // result alone and never throw.
 
-// Whether something stands at `path`: a file, a directory, or a link, dangling or not.
+// Whether something stands at `path`: a file, a directory, or a link, dangling or not. True also
+// where a fault of the system leaves that open, so that nobody counts on a free name.
 bool kestin_access_safe(const char* path);
 
 // Whether `path` could be examined; what it is, links followed, goes to `is_directory`, which

@@ -63,9 +63,7 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
                        target_path.c_str());
         return message::status_file_in_use;
     }
-    if (target.exists) {
-        remove_file(KESTIN_LOG_WARNING, target_path);
-    }
+    const bool target_stays = target.exists && !remove_file(KESTIN_LOG_WARNING, target_path);
     if (plan == UploadPlan::finish_temporary) {
         response.offset = temporary.size;
         return finish_temporary_file(target_path, temp_path, temporary);
@@ -78,7 +76,8 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
     return begin_upload(std::move(claim), target_path, temp_path, response.offset,
                         {.encrypted = request.encrypted != 0,
                          .file_size = request.file_size,
-                         .file_time = request.file_time});
+                         .file_time = request.file_time,
+                         .target_stays = target_stays});
 }
 
 // An earlier upload wrote all of it and broke off before its finish.

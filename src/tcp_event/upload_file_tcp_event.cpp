@@ -44,7 +44,8 @@ bool UploadFileTcpEvent::open(UploadClaim claim, const std::string& target_path,
     temp_path_ = temp_path;
     written_size_ = offset;
     announcement_ = announcement;
-    return file_.open(temp_path_.c_str(), true, false);
+    is_intact_ = file_.open(temp_path_.c_str(), true, false) && file_.size_at_open() == offset;
+    return is_intact_;
 }
 
 std::size_t UploadFileTcpEvent::write(std::span<const Block> blocks) {
@@ -81,11 +82,13 @@ void UploadFileTcpEvent::update_node_record(LiveNodeRecord& record) const {
                         static_cast<std::uint64_t>(announcement_.file_size), progress);
 }
 
-// A temporary file that lost bytes keeps the time of its last write, so that no prepare takes it
-// for the beginning of the client's file.
+// A temporary file that lost bytes, or was none of this upload, keeps its time, so that no prepare
+// takes it for the beginning of the client's file. Nor is an older target taken for that file.
 void UploadFileTcpEvent::stamp_files() {
     if (is_intact_) {
         Kestin::Base::file_set_time(temp_path_.c_str(), announcement_.file_time);
     }
-    Kestin::Base::file_set_time(target_path_.c_str(), announcement_.file_time);
+    if (!announcement_.target_stays) {
+        Kestin::Base::file_set_time(target_path_.c_str(), announcement_.file_time);
+    }
 }

@@ -10,11 +10,12 @@
 #include "src/tcp_event/tcp_event_base.h"
 #include "src/tcp_event/upload_claim.h"
 
-// What a client announced of the file that it sends.
+// What a client announced of the file that it sends, and what it meets.
 struct UploadAnnouncement {
     bool encrypted = false;
     std::int64_t file_size = 0;
     std::int64_t file_time = 0;
+    bool target_stays = false;  // an older file that couldn't be removed
 };
 
 // One running upload. Whatever ends it leaves a closed temporary file that bears the announced
@@ -34,8 +35,8 @@ class UploadFileTcpEvent : public TcpEventBase {
     void release() override;
     const char* event_name() const override { return name; }
 
-    // Opens the temporary file, which holds `offset` bytes already, to write behind them. The claim
-    // is the event's from here on, also on false.
+    // Opens the temporary file, which holds `offset` bytes already, to write behind them; false
+    // also if it holds another number. The claim is the event's from here on, also on false.
     bool open(UploadClaim claim, const std::string& target_path, const std::string& temp_path,
               std::int64_t offset, const UploadAnnouncement& announcement);
 
@@ -70,7 +71,7 @@ class UploadFileTcpEvent : public TcpEventBase {
     std::string temp_path_;
     std::int64_t written_size_ = 0;
     std::int64_t reserved_size_ = 0;
-    bool is_intact_ = true;
+    bool is_intact_ = false;  // the temporary file is the beginning of the client's
     UploadClaim claim_;
     Kestin::Base::File file_;
 };
