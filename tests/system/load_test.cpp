@@ -6,10 +6,8 @@
 
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -20,38 +18,26 @@
 #include "client/upload.h"
 #include "tests/support/files.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/system/measure.h"
 #include "tests/system/process_figures.h"
 #include "tests/system/server_test.h"
 #include "tests/system/stored_file.h"
 
 // The server under load. The bounds asserted here are those that hold on any machine, however
-// busy; what was measured is printed beside them. TRANSMIT_HEAVY_TESTS=1 in the environment runs
-// everything in full size.
+// busy; what was measured is printed beside them.
 namespace {
 
+using measure::kibibyte;
+using measure::measured;
+using measure::mebibyte;
+using measure::since;
+using measure::sized;
 using message::status_ok;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::uint64_t kibibyte = 1024;
-constexpr std::uint64_t mebibyte = 1024 * kibibyte;
-
 // A sanitizer's own memory and work come on top of the program's.
 constexpr std::uint64_t allowance = std::string_view(TRANSMIT_SANITIZE).empty() ? 1 : 10;
-
-template <typename Number>
-Number sized(Number usual, Number heavy) {
-    const char* wish = std::getenv("TRANSMIT_HEAVY_TESTS");
-    return wish != nullptr && std::string(wish) == "1" ? heavy : usual;
-}
-
-std::ostream& measured() {
-    return std::cout << "[ MEASURED ] ";
-}
-
-milliseconds since(steady_clock::time_point start) {
-    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
-}
 
 class LoadTest : public ServerTest {
   protected:

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+#include "tests/system/measure.h"
+#include "tests/system/process_figures.h"
+#include "tests/system/server_test.h"
+#include "trials/conversation.h"
+#include "trials/faulty_server.h"
+
+// Every call of the system that the server depends on fails, at each of its occurrences, in each of
+// the ways that the system has. Whatever fails: the server lives, an answer is true, and what was
+// asked for can be done once nothing fails any more.
+namespace {
+
+using faults::Call;
+using faults::cut_short;
+using measure::measured;
+using measure::sized;
+
+struct Kind {
+    const char* name;
+    Call call;
+    std::vector<int> errors;
+    bool ends_connections = false;
+    int in_a_row = 1;
+};
+
+const std::vector<Kind> kinds = {
+    {"write", Call::write, {ENOSPC, EIO, EDQUOT, EINTR, cut_short}},
+    {"close", Call::close, {ENOSPC, EIO, EDQUOT, EINTR}},
+    {"open", Call::open, {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, ENOMEM}},
+    {"rename", Call::rename, {ENOSPC, EIO, EDQUOT}},
+    {"unlink", Call::unlink, {EIO, ENOMEM}},
+    {"utimensat", Call::set_time, {EIO, ENOSPC}},
+    {"mkdir", Call::make_folder, {ENOSPC, EIO, EDQUOT}},
+    {"opendir", Call::open_folder, {EMFILE, ENOMEM, EIO}},
+    {"readdir", Call::read_folder, {EIO, ENOMEM}},
+    {"stat", Call::examine, {EIO, ENOMEM}},
+    {"pread", Call::read, {EIO, EINTR, cut_short}},
+    {"mmap", Call::map, {ENOMEM}, true},
+    {"accept4", Call::accept, {EMFILE, ENOMEM, EINTR, ECONNABORTED}},
+    {"epoll_wait", Call::wait, {EINTR, EIO}},
+    {"epoll_ctl", Call::watch, {ENOMEM, ENOSPC}, true},
+    {"recv", Call::receive, {EINTR, cut_short, ENOMEM}, true},
+    {"sendmsg", Call::send, {EINTR, cut_short, ENOMEM}, true},
+    {"malloc", Call::allocate, {ENOMEM}, true},
+    {"malloc", Call::allocate, {ENOMEM}, true, 10},
+};
+
+class FaultTrial : public testing::Test {
+  protected:
+    // One fault during a conversation, or during as many as bring so many calls of its kind; then
+    // another conversation, in the same folder, in which everything has to succeed.
+    void try_fault(const Kind& kind, const trials::Fault& fault) {
+        SCOPED_TRACE(std::string(kind.name) + " number " + std::to_string(fault.first) +
+                     ", error " + std::to_string(fault.error));
+        const auto may_fail = [this] {
+            return faulty_.has_failed();
+        };
+        trials::Conversation troubled(
+            server(), "round",
+            {.failure = may_fail,
+             .connection_end = kind.ends_connections,
+             .file_facts = fault.call == Call::examine || fault.call == Call::set_time,
+             .page_bytes = fault.call == Call::read});
+        faulty_.order(fault);
+        for (int round = 0; round < fault.first && !faulty_.has_failed(); ++round) {
+            troubled.run();
+        }
+        cases_ += faulty_.has_failed() ? 1 : 0;
+        faulty_.end_order();
+        trials::Conversation(server(), "round", {}).run();
+    }
+
+    support::RunningServer& server() { return faulty_.server(); }
+
+    trials::FaultyServer faulty_;
+    int cases_ = 0;
+};
+
+TEST_F(FaultTrial, NoFaultOfTheSystemEndsTheServerOrMakesAnAnswerUntrue) {
+    constexpr int memory_factor = 20;
+    trials::Conversation(server(), "round", {}).run();
+    const std::size_t descriptors = process_figures::open_descriptors(server().pid());
+    for (const Kind& kind : kinds) {
+        const int occurrences = sized(1, 20) * (kind.call == Call::allocate ? memory_factor : 1);
+        for (const int error : kind.errors) {
+            for (int first = 1; first <= occurrences && !HasFailure(); ++first) {
+                try_fault(
+                    kind,
+                    {.call = kind.call, .error = error, .first = first, .count = kind.in_a_row});
+            }
+        }
+    }
+    measured() << cases_ << " faults, memory "
+               << process_figures::resident_memory(server().pid()) / measure::mebibyte
+               << " MiB afterwards\n";
+    // A connection may still be closing.
+    EXPECT_TRUE(
+        await([&] { return process_figures::open_descriptors(server().pid()) <= descriptors; }));
+    EXPECT_EQ(server().stop(), support::exited_with(0));
+}
+
+}  // namespace
