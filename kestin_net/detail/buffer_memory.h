@@ -39,6 +39,9 @@ class MemoryBudget {
 // chain's own fields.
 inline constexpr std::size_t send_block_size = 64 + 64 * kibibyte;
 
+// What the budget counts for it: the whole pages that the system gives.
+inline constexpr std::size_t send_block_charge = 68 * kibibyte;
+
 // The memory that a connection reads into: one read and the beginning of a 64 KiB frame.
 inline constexpr std::size_t receive_block_size = 320 * kibibyte;
 

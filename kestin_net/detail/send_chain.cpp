@@ -69,7 +69,7 @@ bool SendChain::extend(std::uint64_t length) {
 }
 
 bool SendChain::add_block() {
-    const std::uint64_t charge = block_count_ > 0 ? send_block_size : 0;
+    const std::uint64_t charge = block_count_ > 0 ? send_block_charge : 0;
     if (!memory_.budget.take(charge)) {
         return false;
     }
@@ -110,7 +110,7 @@ void SendChain::remove_behind(Block* last) {
 void SendChain::release(Block* block) {
     memory_.send_blocks.release(reinterpret_cast<std::byte*>(block));
     --block_count_;
-    memory_.budget.give_back(block_count_ > 0 ? send_block_size : 0);
+    memory_.budget.give_back(block_count_ > 0 ? send_block_charge : 0);
 }
 
 }  // namespace Kestin::Net::detail

@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <locale>
 #include <stdexcept>
 #include <string>
@@ -21,6 +23,15 @@ using Kestin::Net::NetSwitch;
 bool start_crash_filter(const char*, std::string&) {
     install_crash_filter();
     NetSwitch::instance().set_thread_start(use_alternate_stack);
+    return true;
+}
+
+// What is this large comes straight from the system and goes back to it at once. Left to itself the
+// allocator raises the limit to the largest piece that was ever freed, and each of its arenas then
+// keeps pieces of that size (mallopt(3)).
+bool start_memory(const char*, std::string&) {
+    constexpr int large = 256 * 1024;
+    mallopt(M_MMAP_THRESHOLD, large);
     return true;
 }
 
@@ -72,6 +83,7 @@ struct Step {
 
 constexpr Step steps[] = {
     {start_crash_filter},
+    {start_memory},
     {start_console},
     {start_locale},
     {get_root_directory, "get root directory failed", 1},
