@@ -159,7 +159,8 @@ void Conversation::list() {
     if (document.status != status_path_is_directory) {
         return;
     }
-    const auto listed = listing::by_name(document.text);
+    std::map<std::string, listing::Element> listed;
+    EXPECT_NO_THROW(listed = listing::by_name(document.text)) << document.text;
     std::map<std::string, listing::Element> standing;
     for (const auto& entry : std::filesystem::directory_iterator(on_disk(""))) {
         const std::string name = entry.path().filename();
@@ -200,7 +201,9 @@ void Conversation::ask_for_figures() {
     const Document storages = peer_->storage_information();
     expect("get_storage_information", storages.status, status_ok,
            {status_make_storage_information_failed});
-    EXPECT_TRUE(storages.status != status_ok || listing::parse(storages.text).size() == 1);
+    if (storages.status == status_ok) {
+        EXPECT_NO_THROW(EXPECT_EQ(listing::parse(storages.text).size(), 1U)) << storages.text;
+    }
 }
 
 void Conversation::browse() {
