@@ -230,7 +230,7 @@ TEST_F(CrashDump, ShowsTheFaultOfTheMainThread) {
 }
 
 TEST_F(CrashDump, ShowsTheFaultOfACallbackAndAllThreads) {
-    for (const std::string fault : {"exception", "stack_overflow"}) {
+    for (const std::string fault : {"null_write", "abort", "exception", "stack_overflow"}) {
         EXPECT_EQ(crash({fault, "worker"}), exited_with(crash_status)) << fault;
         const std::string trace = backtrace(victim(), dump_in(folder_.path()));
         const std::string place =
