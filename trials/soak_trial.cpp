@@ -25,7 +25,7 @@ constexpr unsigned client_count = 100;
 
 // The long form's pause of a client between two operations, so that a machine can be soaked beside
 // other work.
-constexpr std::chrono::milliseconds think_time{50};
+constexpr std::chrono::milliseconds think_time{200};
 
 seconds wished_time() {
     const char* wish = std::getenv("TRANSMIT_SOAK_SECONDS");
