@@ -23,6 +23,8 @@ constexpr std::size_t file_size = 200'000;
 
 const std::string first_content = support::random_bytes(file_size, 1);
 const std::string second_content = support::random_bytes(file_size, 2);
+// So long that the server sets room aside for it.
+const std::string long_content = support::random_bytes(1'500'000, 3);
 
 }  // namespace
 
@@ -37,7 +39,7 @@ void Conversation::run() {
     perform([&] { upload("a", second_content, 2000); });
     perform([&] { break_off_upload("b", first_content, 3000); });
     perform([&] { upload("b", first_content, 3000); });
-    perform([&] { upload("new/folder/c", first_content, 4000); });
+    perform([&] { upload("new/folder/c", long_content, 4000); });
     perform([&] { list(); });
     perform([&] { download("a", false); });
     perform([&] { download("b", true); });

@@ -29,6 +29,7 @@ struct Kind {
 
 const std::vector<Kind> kinds = {
     {"write", Call::write, {ENOSPC, EIO, EDQUOT, EINTR, cut_short}},
+    {"fallocate", Call::reserve, {ENOSPC, EIO, EOPNOTSUPP}},
     {"close", Call::close, {ENOSPC, EIO, EDQUOT, EINTR}},
     {"open", Call::open, {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, ENOMEM}},
     {"rename", Call::rename, {ENOSPC, EIO, EDQUOT}},

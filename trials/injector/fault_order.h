@@ -9,6 +9,7 @@ namespace faults {
 enum class Call : int {
     none,
     write,
+    reserve,
     close,
     open,
     rename,

@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -108,17 +109,32 @@ ssize_t recv(int socket, void* data, std::size_t size, int flags) {
     const ssize_t part = part_of(size, Call::receive);
     return part < 0 ? -1 : next_recv(socket, data, static_cast<std::size_t>(part), flags);
 }
+// Of many pieces the first byte of the first, which is never empty.
+ssize_t writev(int file, const iovec* pieces, int count) {
+    NEXT(writev);
+    const ssize_t part = part_of(2, Call::write);
+    const iovec first{pieces->iov_base, 1};
+    return part < 0    ? -1
+           : part == 1 ? next_writev(file, &first, 1)
+                       : next_writev(file, pieces, count);
+}
 ssize_t sendmsg(int socket, const msghdr* message, int flags) {
     NEXT(sendmsg);
     const ssize_t part = part_of(2, Call::send);
-    if (part != 1) {
-        return part < 0 ? -1 : next_sendmsg(socket, message, flags);
-    }
     iovec first{message->msg_iov->iov_base, 1};
     msghdr cut = *message;
     cut.msg_iov = &first;
     cut.msg_iovlen = 1;
-    return next_sendmsg(socket, &cut, flags);
+    return part < 0 ? -1 : next_sendmsg(socket, part == 1 ? &cut : message, flags);
+}
+
+int fallocate(int file, int mode, off_t offset, off_t length) {
+    NEXT(fallocate);
+    return fails(Call::reserve) ? -1 : next_fallocate(file, mode, offset, length);
+}
+int ftruncate(int file, off_t length) {
+    NEXT(ftruncate);
+    return fails(Call::reserve) ? -1 : next_ftruncate(file, length);
 }
 
 // A descriptor whose close reports an error is closed all the same (close(2)).
