@@ -13,7 +13,6 @@ class Pages : public ServedStorage {
     Pages() {
         support::write_file(root() + "www/main.html", "<html></html>");
         support::write_file(root() + "www/a/b.js", "1");
-        support::write_file(root() + "www.html", secret);
         support::write_file(root() + "secret", secret);
     }
 };
