@@ -218,7 +218,9 @@ class Trial {
 
     // All clients have gone, and every name can be uploaded, those that no file has too.
     void check_names() {
+        const auto end = std::chrono::steady_clock::now() + Peer::default_limit;
         while (control_.node_count() != 1) {
+            check(std::chrono::steady_clock::now() < end, "a node outlives its client");
         }
         std::vector<std::string> all = names;
         const std::filesystem::path storage = server_.storage_folder();
