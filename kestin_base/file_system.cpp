@@ -109,6 +109,19 @@ bool file_get_time(const char* path, std::int64_t& time) {
     return true;
 }
 
+PathFacts kestin_look_at(const char* path) {
+    PathFacts told;
+    struct stat facts {};
+    told.exists = examine_link(path, facts);
+    told.is_examined = told.exists && (!S_ISLNK(facts.st_mode) || examine(path, facts));
+    if (told.is_examined) {
+        told.is_directory = S_ISDIR(facts.st_mode);
+        told.size = facts.st_size;
+        told.time = facts.st_mtim.tv_sec;
+    }
+    return told;
+}
+
 bool file_set_time(const char* path, std::int64_t time) {
     const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{time, 0}};
     struct stat facts {};

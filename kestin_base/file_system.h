@@ -43,6 +43,18 @@ void kestin_remove_directory_recursive(const std::string& path);
 bool file_get_size(const char* path, std::int64_t& size);
 bool file_get_time(const char* path, std::int64_t& time);
 
+// What stands at a path, told at once: `exists` as kestin_access_safe, the others as the functions
+// above, each 0 or false where it can't be told (`is_examined` is false then). Costs one system
+// call unless a link stands there.
+struct PathFacts {
+    bool exists = false;
+    bool is_examined = false;
+    bool is_directory = false;
+    std::int64_t size = 0;
+    std::int64_t time = 0;
+};
+PathFacts kestin_look_at(const char* path);
+
 // Sets the time of last modification, of a link itself if `path` is one. False also if the file
 // system keeps another number than `time`: ext4 reports success and clamps what lies outside 1901
 // to 2446.

@@ -2,6 +2,8 @@
 
 #include <libxml/parserInternals.h>
 
+#include <algorithm>
+
 namespace Kestin::Base::detail {
 namespace {
 
@@ -38,9 +40,17 @@ std::string_view take_character(std::string_view& text) {
     return is_utf8 && IS_CHAR(character) ? bytes : replacement;
 }
 
+// Nearly all names: nothing to decode, nothing to repair.
+bool is_plain(std::string_view text) {
+    return std::ranges::all_of(text, [](char byte) { return byte >= 0x20 && byte < 0x7f; });
+}
+
 }  // namespace
 
 std::string repaired_text(std::string_view text) {
+    if (is_plain(text)) {
+        return std::string(text);
+    }
     std::string repaired;
     repaired.reserve(text.size());
     while (!text.empty()) {

@@ -1,11 +1,7 @@
-#include "kestin_base/file_system.h"
 #include "src/norvane_transmit_node/event_lookup.h"
 #include "src/norvane_transmit_node/framing.h"
 #include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-
-using Kestin::Base::file_get_size;
-using Kestin::Base::file_get_time;
 
 namespace {
 
@@ -23,25 +19,17 @@ message::Status NorvaneTransmitNode::do_handle_download_file_prepare_request(
     }
     const std::string file_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
-    const char* name = file_path.c_str();
     if (file_path.size() > longest_transfer_path) {
         return refuse_access(file_path);
     }
-    bool is_directory = false;
-    if (const auto status = examine_path(file_path, is_directory); status != message::status_ok) {
+    Kestin::Base::PathFacts facts;
+    if (const auto status = examine_path(file_path, facts); status != message::status_ok) {
         return status;
     }
-    if (is_directory) {
+    if (facts.is_directory) {
         kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
-                       session_id(), name);
+                       session_id(), file_path.c_str());
         return message::status_path_is_directory;
-    }
-    std::int64_t size = 0;
-    std::int64_t time = 0;
-    if (!file_get_size(name, size) || !file_get_time(name, time)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] get file info failed (%s)",
-                       session_id(), name);
-        return message::status_path_stat_failed;
     }
     DownloadFileTcpEvent::Pointer event = DownloadFileTcpEvent::acquire();
     if (event == nullptr) {
@@ -50,10 +38,10 @@ message::Status NorvaneTransmitNode::do_handle_download_file_prepare_request(
                        DownloadFileTcpEvent::name);
         return message::status_acquire_event_failed;
     }
-    event->set_file(request.encrypted != 0, file_path, size);
+    event->set_file(request.encrypted != 0, file_path, facts.size);
     set_connection_transmit_event(event.release());
-    response.file_size = size;
-    response.file_time = time;
+    response.file_size = facts.size;
+    response.file_time = facts.time;
     return message::status_ok;
 }
 

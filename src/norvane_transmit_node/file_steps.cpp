@@ -15,11 +15,12 @@ bool NorvaneTransmitNode::find_storage(std::uint32_t storage_id) {
     return true;
 }
 
-message::Status NorvaneTransmitNode::examine_path(const std::string& path, bool& is_directory) {
-    if (!kestin_access_safe(path.c_str())) {
+message::Status NorvaneTransmitNode::examine_path(const std::string& path, PathFacts& facts) {
+    facts = kestin_look_at(path.c_str());
+    if (!facts.exists) {
         return refuse_access(path);
     }
-    if (!kestin_path_is_directory(path.c_str(), is_directory)) {
+    if (!facts.is_examined) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path stat failed (%s)", session_id(),
                        path.c_str());
         return message::status_path_stat_failed;
@@ -87,14 +88,12 @@ bool is_root(std::uint32_t storage_id, std::uint32_t user_id, const std::string&
            path == service.make_transmit_path(storage_id, 0, "", false);
 }
 
+FileFacts facts_of_file(const PathFacts& facts) {
+    return {.exists = facts.exists, .size = facts.size, .time = facts.time};
+}
+
 FileFacts look_at_file(const std::string& path) {
-    FileFacts facts;
-    facts.exists = kestin_access_safe(path.c_str());
-    if (facts.exists) {
-        file_get_size(path.c_str(), facts.size);
-        file_get_time(path.c_str(), facts.time);
-    }
-    return facts;
+    return facts_of_file(kestin_look_at(path.c_str()));
 }
 
 void record_upload(const std::string& target_path, std::int64_t size) {

@@ -68,11 +68,11 @@ message::Status NorvaneTransmitNode::do_handle_get_path_content_request(
     const std::string full_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
     const char* name = full_path.c_str();
-    bool is_directory = false;
-    if (const auto status = examine_path(full_path, is_directory); status != message::status_ok) {
+    Kestin::Base::PathFacts facts;
+    if (const auto status = examine_path(full_path, facts); status != message::status_ok) {
         return status;
     }
-    if (!is_directory) {
+    if (!facts.is_directory) {
         return message::status_path_is_file;
     }
     Directory directory;

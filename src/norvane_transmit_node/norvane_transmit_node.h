@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "aes_ecb/aes_ecb.h"
+#include "kestin_base/file_system.h"
 #include "kestin_base/log.h"
 #include "src/message/catalogue.h"
 #include "src/message/payload_key.h"
@@ -85,7 +86,7 @@ class NorvaneTransmitNode : public INorvaneSession {
     bool find_storage(std::uint32_t storage_id);
     template <typename Event>
     Event* find_event();
-    message::Status examine_path(const std::string& path, bool& is_directory);
+    message::Status examine_path(const std::string& path, Kestin::Base::PathFacts& facts);
     message::Status refuse_access(const std::string& path);
     bool remove_file(KESTIN_LOG_LEVEL level, const std::string& path);
     bool put_in_place(const std::string& temp_path, const std::string& target_path,

@@ -65,12 +65,13 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_finish_request() {
 
 message::Status NorvaneTransmitNode::finish_upload(const FinishedUpload& upload) {
     const std::string& target_path = upload.target_path;
-    if (is_directory(target_path)) {
+    const auto facts = Kestin::Base::kestin_look_at(target_path.c_str());
+    if (facts.is_directory) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path is a directory (%s)",
                        session_id(), target_path.c_str());
         return message::status_path_is_directory;
     }
-    const FileFacts target = look_at_file(target_path);
+    const FileFacts target = facts_of_file(facts);
     if (target.exists && target.time == upload.file_time && target.size == upload.file_size) {
         log_upload_end(target_path);
         record_upload(target_path, upload.file_size);
