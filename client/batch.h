@@ -13,9 +13,9 @@
 #include "client/error.h"
 #include "client/remote.h"
 #include "client/retrying_connection.h"
-#include "client/socket.h"
 #include "client/transfer.h"
 #include "client/transfer_observer.h"
+#include "client/wait_limits.h"
 
 // Many files at once: each worker has a connection and takes one file after the other.
 namespace transmit {

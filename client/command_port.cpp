@@ -3,6 +3,8 @@
 #include <array>
 #include <charconv>
 
+#include "client/detail/socket.h"
+
 namespace transmit {
 namespace {
 
@@ -14,14 +16,11 @@ Error bad_http(const char* why) {
     return {ErrorKind::bad_answer, 0, std::string("the command port's answer ") + why};
 }
 
-Result<void> receive_more(Socket& socket, std::string& text) {
+Result<void> receive_more(detail::Socket& socket, std::string& text) {
     std::array<char, 16384> piece;
     const auto size = socket.receive_some(piece.data(), piece.size());
     if (!size) {
         return size.error();
-    }
-    if (*size == 0) {
-        return bad_http("is cut off");
     }
     text.append(piece.data(), *size);
     return {};
@@ -44,7 +43,7 @@ Result<std::size_t> body_size(std::string_view head) {
     return size;
 }
 
-Result<std::string> receive_answer(Socket& socket) {
+Result<std::string> receive_answer(detail::Socket& socket) {
     std::string text;
     std::size_t head = std::string::npos;
     while ((head = text.find(end_of_head)) == std::string::npos) {
@@ -73,7 +72,7 @@ Result<std::string> receive_answer(Socket& socket) {
 
 Result<std::string> fetch_document(const Endpoint& command_port, std::string_view path,
                                    WaitLimits limits) {
-    auto socket = Socket::connect(command_port, std::move(limits));
+    auto socket = detail::Socket::connect(command_port, std::move(limits));
     if (!socket) {
         return socket.error();
     }

@@ -5,7 +5,7 @@
 
 #include "client/error.h"
 #include "client/remote.h"
-#include "client/socket.h"
+#include "client/wait_limits.h"
 
 namespace transmit {
 

@@ -1,17 +1,14 @@
 #include "client/connection.h"
 
-#include <algorithm>
 #include <limits>
 
+#include "client/detail/requests.h"
+#include "client/detail/wire.h"
+#include "client/status_text.h"
 #include "src/message/status.h"
 
 namespace transmit {
 namespace {
-
-// The longest document that is taken from a server: a listing of some ten million files. Memory
-// for it grows with what arrives, not with what was announced.
-constexpr std::uint32_t longest_tail = 1U << 30;
-constexpr std::size_t tail_step = 1U << 20;
 
 // The lengths of texts stand in 16 bits.
 bool fits(std::string_view text) {
@@ -26,26 +23,10 @@ Error too_long() {
     return {ErrorKind::invalid_request, 0, "a path or text is longer than 65535 bytes"};
 }
 
-Error closed() {
-    return {ErrorKind::connection_lost, 0, "the connection is closed"};
-}
-
 // What a test upload carries; the server doesn't look at it.
 std::string_view test_bytes(std::size_t size) {
     static constexpr std::array<char, longest_test> bytes{};
     return {bytes.data(), size};
-}
-
-// Where and for whom a request works: fields that all records with a path have.
-template <typename Request>
-Request addressed(const RemotePath& path) {
-    Request request{};
-    request.storage_id = path.storage_id;
-    request.user_id = path.user_id;
-    if constexpr (requires { request.path_length; }) {
-        request.path_length = wire_length(path.path);
-    }
-    return request;
 }
 
 Result<void> accepted(std::uint16_t status) {
@@ -55,24 +36,31 @@ Result<void> accepted(std::uint16_t status) {
     return refusal(status);
 }
 
-}  // namespace
-
 // A request that answers with nothing but a status.
 template <typename Row, typename... Tail>
-Result<void> Connection::order(const typename Row::Request& request, Tail... tails) {
+Result<void> order(detail::Wire& wire, const typename Row::Request& request, Tail... tails) {
     if (!(fits(tails) && ...)) {
         return too_long();
     }
-    const auto answer = ask<Row>(request, tails...);
+    const auto answer = wire.ask<Row>(request, tails...);
     return answer ? accepted(answer->record.status) : answer.error();
 }
 
+}  // namespace
+
+Connection::Connection(std::unique_ptr<detail::Wire> wire) : wire_(std::move(wire)) {
+}
+
+Connection::Connection(Connection&& other) noexcept = default;
+Connection& Connection::operator=(Connection&& other) noexcept = default;
+Connection::~Connection() = default;
+
 Result<Connection> Connection::open(const Endpoint& endpoint, WaitLimits limits) {
-    auto socket = Socket::connect(endpoint, std::move(limits));
+    auto socket = detail::Socket::connect(endpoint, std::move(limits));
     if (!socket) {
         return socket.error();
     }
-    return Connection(*std::move(socket));
+    return Connection(std::make_unique<detail::Wire>(*std::move(socket)));
 }
 
 Result<UploadStart> Connection::upload_file_prepare(const RemotePath& path, const FileStamp& stamp,
@@ -80,11 +68,8 @@ Result<UploadStart> Connection::upload_file_prepare(const RemotePath& path, cons
     if (!fits(path.path)) {
         return too_long();
     }
-    auto request = addressed<message::UploadFilePrepareRequest>(path);
-    request.encrypted = encrypted;
-    request.file_size = stamp.size;
-    request.file_time = stamp.time;
-    const auto answer = ask<message::UploadFilePrepare>(request, path.path);
+    const auto answer = wire_->ask<message::UploadFilePrepare>(
+        detail::upload_prepare(path, stamp, encrypted), path.path);
     if (!answer) {
         return answer.error();
     }
@@ -112,24 +97,24 @@ Result<void> Connection::upload_file_data(std::span<const iovec> blocks) {
         parts[2 * index] = {&header, sizeof header};
         parts[2 * index + 1] = blocks[index];
     }
-    return send_parts(std::span(parts).first(2 * blocks.size()));
+    return wire_->send(std::span(parts).first(2 * blocks.size()));
 }
 
 Result<void> Connection::upload_failure() {
-    if (!is_open() || !socket_.readable()) {
+    if (!is_open() || !wire_->readable()) {
         return {};
     }
-    const auto answer = receive_response<message::UploadFileData>();
+    const auto answer = wire_->receive_response<message::UploadFileData>();
     return answer ? accepted(answer->record.status) : answer.error();
 }
 
 // A block that failed is answered before the finish is.
 Result<void> Connection::upload_file_finish() {
-    if (auto sent = send_request<message::UploadFileFinish>({}); !sent) {
+    if (auto sent = wire_->send_request<message::UploadFileFinish>({}); !sent) {
         return sent;
     }
     message::PlainResponse response{};
-    if (auto received = receive(&response, sizeof response); !received) {
+    if (auto received = wire_->receive(&response, sizeof response); !received) {
         return received;
     }
     message::to_host_order(response);
@@ -138,7 +123,7 @@ Result<void> Connection::upload_file_finish() {
         return refusal(response.status);
     }
     if (response.type != message::UploadFileFinish::response_type) {
-        return wrong_type(message::UploadFileFinish::response_type, response.type);
+        return wire_->wrong_type(message::UploadFileFinish::response_type, response.type);
     }
     return accepted(response.status);
 }
@@ -147,9 +132,8 @@ Result<FileStamp> Connection::download_file_prepare(const RemotePath& path, bool
     if (!fits(path.path)) {
         return too_long();
     }
-    auto request = addressed<message::DownloadFilePrepareRequest>(path);
-    request.encrypted = encrypted;
-    const auto answer = ask<message::DownloadFilePrepare>(request, path.path);
+    const auto answer = wire_->ask<message::DownloadFilePrepare>(
+        detail::download_prepare(path, encrypted), path.path);
     if (!answer) {
         return answer.error();
     }
@@ -162,34 +146,36 @@ Result<FileStamp> Connection::download_file_prepare(const RemotePath& path, bool
 Result<void> Connection::download_file_data(std::int64_t offset) {
     message::DownloadFileDataRequest request{};
     request.offset = offset;
-    return send_request<message::DownloadFileData>(request);
+    return wire_->send_request<message::DownloadFileData>(request);
 }
 
 Result<void> Connection::download_file_finish() {
-    return order<message::DownloadFileFinish>({});
+    return order<message::DownloadFileFinish>(*wire_, {});
 }
 
 Result<void> Connection::create_directory(const RemotePath& path) {
-    return order<message::CreateDirectory>(addressed<message::PathRequest>(path), path.path);
+    return order<message::CreateDirectory>(*wire_, detail::addressed<message::PathRequest>(path),
+                                           path.path);
 }
 
 Result<void> Connection::delete_path(const RemotePath& path) {
-    return order<message::DeletePath>(addressed<message::PathRequest>(path), path.path);
+    return order<message::DeletePath>(*wire_, detail::addressed<message::PathRequest>(path),
+                                      path.path);
 }
 
 Result<void> Connection::rename_path(const RemotePath& old_path, std::string_view new_path) {
-    auto request = addressed<message::RenamePathRequest>(old_path);
+    auto request = detail::addressed<message::RenamePathRequest>(old_path);
     request.old_path_length = wire_length(old_path.path);
     request.new_path_length = wire_length(new_path);
-    return order<message::RenamePath>(request, std::string_view(old_path.path), new_path);
+    return order<message::RenamePath>(*wire_, request, std::string_view(old_path.path), new_path);
 }
 
 Result<PathContent> Connection::get_path_content(const RemotePath& path) {
     if (!fits(path.path)) {
         return too_long();
     }
-    const auto request = addressed<message::PathRequest>(path);
-    auto answer = ask<message::GetPathContent>(request, path.path);
+    const auto request = detail::addressed<message::PathRequest>(path);
+    auto answer = wire_->ask<message::GetPathContent>(request, path.path);
     if (!answer) {
         return answer.error();
     }
@@ -204,7 +190,7 @@ Result<PathContent> Connection::get_path_content(const RemotePath& path) {
 }
 
 Result<std::string> Connection::get_storage_information() {
-    auto answer = ask<message::GetStorageInformation>({});
+    auto answer = wire_->ask<message::GetStorageInformation>({});
     if (!answer) {
         return answer.error();
     }
@@ -217,11 +203,11 @@ Result<std::string> Connection::get_storage_information() {
 Result<void> Connection::check_storage_id(std::uint32_t storage_id) {
     message::CheckStorageIdRequest request{};
     request.storage_id = storage_id;
-    return order<message::CheckStorageId>(request);
+    return order<message::CheckStorageId>(*wire_, request);
 }
 
 Result<std::uint16_t> Connection::get_norvane_node_count() {
-    const auto answer = ask<message::GetNorvaneNodeCount>({});
+    const auto answer = wire_->ask<message::GetNorvaneNodeCount>({});
     if (!answer) {
         return answer.error();
     }
@@ -234,89 +220,45 @@ Result<std::uint16_t> Connection::get_norvane_node_count() {
 Result<void> Connection::set_user_information(std::string_view json) {
     message::SetUserInformationRequest request{};
     request.text_length = wire_length(json);
-    return order<message::SetUserInformation>(request, json);
+    return order<message::SetUserInformation>(*wire_, request, json);
 }
 
 Result<void> Connection::set_transmit_speed(std::uint32_t send_speed) {
     message::SetTransmitSpeedRequest request{};
     request.send_speed = send_speed;
-    return order<message::SetTransmitSpeed>(request);
+    return order<message::SetTransmitSpeed>(*wire_, request);
 }
 
 Result<void> Connection::cleanup_connection() {
-    return order<message::CleanupConnection>({});
+    return order<message::CleanupConnection>(*wire_, {});
 }
 
 Result<void> Connection::test_upload_data(std::uint16_t size) {
     message::TestDataRequest request{};
     request.data_length = size;
-    return order<message::TestUploadData>(request, test_bytes(size));
+    return order<message::TestUploadData>(*wire_, request, test_bytes(size));
 }
 
 Result<void> Connection::test_download_data(std::uint16_t size) {
     message::TestDataRequest request{};
     request.data_length = size;
-    return order<message::TestDownloadData>(request);
+    return order<message::TestDownloadData>(*wire_, request);
 }
 
 Result<std::size_t> Connection::receive_some(void* data, std::size_t size) {
-    if (!is_open()) {
-        return closed();
-    }
-    auto received = socket_.receive_some(data, size);
-    if (received && *received == 0) {
-        received =
-            Error{ErrorKind::connection_lost, 0, "the connection broke: the server closed it"};
-    }
-    if (!received) {
-        close();
-    }
-    return received;
+    return wire_->receive_some(data, size);
 }
 
-Result<void> Connection::send_parts(std::span<iovec> parts) {
-    if (!is_open()) {
-        return closed();
-    }
-    auto sent = socket_.send_all(parts);
-    if (!sent) {
-        close();
-    }
-    return sent;
+bool Connection::cancelled() const {
+    return wire_->cancelled();
 }
 
-Result<void> Connection::receive(void* data, std::size_t size) {
-    if (!is_open()) {
-        return closed();
-    }
-    auto received = socket_.receive_exactly(data, size);
-    if (!received) {
-        close();
-    }
-    return received;
+bool Connection::is_open() const {
+    return wire_->is_open();
 }
 
-Result<std::string> Connection::receive_tail(std::uint32_t size) {
-    if (size > longest_tail) {
-        close();
-        return Error{ErrorKind::bad_answer, 0, "the server announced an answer of over 1 GiB"};
-    }
-    std::string tail;
-    while (tail.size() < size) {
-        const std::size_t start = tail.size();
-        tail.resize(start + std::min<std::size_t>(tail_step, size - start));
-        if (auto received = receive(tail.data() + start, tail.size() - start); !received) {
-            return received.error();
-        }
-    }
-    return tail;
-}
-
-Error Connection::wrong_type(std::uint16_t wanted, std::uint16_t found) {
-    close();
-    return {ErrorKind::bad_answer, 0,
-            "the server answered with type " + std::to_string(found) + " in place of " +
-                std::to_string(wanted) + "; is this its transmit port?"};
+void Connection::close() {
+    wire_->close();
 }
 
 }  // namespace transmit

@@ -1,25 +1,22 @@
 #pragma once
 
-#include <array>
+#include <sys/uio.h>
+
 #include <cstdint>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
 #include "client/error.h"
 #include "client/remote.h"
-#include "client/socket.h"
-#include "client/status_text.h"
-#include "src/message/catalogue.h"
-#include "src/message/wire.h"
+#include "client/wait_limits.h"
 
 namespace transmit {
 
-// What a request brought: the response's record in host order, and the bytes behind it.
-template <typename Row>
-struct Answer {
-    typename Row::Response record;
-    std::string tail;
-};
+namespace detail {
+class Wire;
+}
 
 // How an upload goes on after its prepare.
 struct UploadStart {
@@ -84,77 +81,24 @@ class Connection {
     Result<void> test_upload_data(std::uint16_t size);
     Result<void> test_download_data(std::uint16_t size);
 
-    // Any request of the catalogue with its tails, whose lengths the record holds, and its
-    // response, whatever the status. The type field is filled in here.
-    template <typename Row, typename... Tail>
-    Result<Answer<Row>> ask(typename Row::Request request, Tail... tails);
-
-    // The halves of `ask`, for requests sent ahead. Responses come in the order of the requests.
-    template <typename Row, typename... Tail>
-    Result<void> send_request(typename Row::Request request, Tail... tails);
-    template <typename Row>
-    Result<Answer<Row>> receive_response();
-
     // Bytes as they come, at most `size` and at least one.
     Result<std::size_t> receive_some(void* data, std::size_t size);
 
-    bool cancelled() const { return socket_.cancelled(); }
-    bool is_open() const { return socket_.is_open(); }
-    void close() { socket_.close(); }
+    bool cancelled() const;
+    bool is_open() const;
+    void close();
+
+    // The records below, for requests sent ahead; for the library itself.
+    detail::Wire& wire() { return *wire_; }
+
+    Connection(Connection&& other) noexcept;
+    Connection& operator=(Connection&& other) noexcept;
+    ~Connection();
 
   private:
-    explicit Connection(Socket socket) : socket_(std::move(socket)) {}
+    explicit Connection(std::unique_ptr<detail::Wire> wire);
 
-    Result<void> send_parts(std::span<iovec> parts);
-    Result<void> receive(void* data, std::size_t size);
-    Result<std::string> receive_tail(std::uint32_t size);
-    Error wrong_type(std::uint16_t wanted, std::uint16_t found);
-
-    template <typename Row, typename... Tail>
-    Result<void> order(const typename Row::Request& request, Tail... tails);
-
-    Socket socket_;
+    std::unique_ptr<detail::Wire> wire_;
 };
-
-template <typename Row, typename... Tail>
-Result<void> Connection::send_request(typename Row::Request request, Tail... tails) {
-    static_assert(sizeof...(tails) == Row::tail_count);
-    assert((Row::tail_lengths(request) ==
-            std::array<std::uint64_t, Row::tail_count>{std::string_view(tails).size()...}));
-    request.type = Row::type;
-    message::to_network_order(request);
-    std::array<iovec, 1 + Row::tail_count> parts{
-        iovec{&request, sizeof request}, iovec{const_cast<char*>(std::string_view(tails).data()),
-                                               std::string_view(tails).size()}...};
-    return send_parts(parts);
-}
-
-template <typename Row>
-Result<Answer<Row>> Connection::receive_response() {
-    Answer<Row> answer;
-    if (auto received = receive(&answer.record, sizeof answer.record); !received) {
-        return received.error();
-    }
-    message::to_host_order(answer.record);
-    if (answer.record.type != Row::response_type) {
-        return wrong_type(Row::response_type, answer.record.type);
-    }
-    if constexpr (requires { answer.record.data_length; }) {
-        auto tail = receive_tail(answer.record.data_length);
-        if (!tail) {
-            return tail.error();
-        }
-        answer.tail = *std::move(tail);
-    }
-    return answer;
-}
-
-template <typename Row, typename... Tail>
-Result<Answer<Row>> Connection::ask(typename Row::Request request, Tail... tails) {
-    if (auto sent = send_request<Row>(request, tails...); !sent) {
-        return sent.error();
-    }
-    return receive_response<Row>();
-}
 
 }  // namespace transmit

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "client/detail/wire.h"
+
 namespace transmit {
 namespace {
 
@@ -26,14 +28,15 @@ Result<LinkSpeed> measure(Connection& connection, Clock::duration duration, Tail
     while (true) {
         const bool time_left = Clock::now() - start < duration;
         for (; time_left && under_way < window; ++under_way) {
-            if (auto sent = connection.send_request<Row>(longest_request(), tails...); !sent) {
+            if (auto sent = connection.wire().send_request<Row>(longest_request(), tails...);
+                !sent) {
                 return sent.error();
             }
         }
         if (under_way == 0) {
             break;
         }
-        if (const auto answer = connection.receive_response<Row>(); !answer) {
+        if (const auto answer = connection.wire().receive_response<Row>(); !answer) {
             return answer.error();
         }
         --under_way;

@@ -1,30 +1,15 @@
 #include "client/retrying_connection.h"
 
-#include <poll.h>
-
 #include <string>
 
+#include "client/detail/pause.h"
+#include "client/detail/requests.h"
 #include "src/message/status.h"
 
 namespace transmit {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-// Sleeps, with a look at the caller's wish now and then; false if that is to stop.
-bool sleep_unless(const std::function<bool()>& cancelled, milliseconds time) {
-    constexpr milliseconds slice{200};
-    const auto end = Clock::now() + time;
-    while (!cancelled || !cancelled()) {
-        const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
-        if (left <= milliseconds::zero()) {
-            return true;
-        }
-        poll(nullptr, 0, static_cast<int>(std::min(left, slice).count()));
-    }
-    return false;
-}
 
 }  // namespace
 
@@ -37,9 +22,9 @@ RetryingConnection::RetryingConnection(Endpoint endpoint, WaitLimits limits, Ret
       backoff_(policy.first_pause, policy.longest_pause, policy.time_limit) {
 }
 
-Result<void> RetryingConnection::ensure_open() {
+Result<Connection*> RetryingConnection::connect() {
     if (connection_ && connection_->is_open()) {
-        return {};
+        return &*connection_;
     }
     auto opened = Connection::open(endpoint_, limits_);
     if (!opened) {
@@ -47,22 +32,24 @@ Result<void> RetryingConnection::ensure_open() {
     }
     connection_ = *std::move(opened);
     was_connected_ = true;
-    return {};
+    if (const auto said = connection_->set_transmit_speed(detail::speed_by_blocks); !said) {
+        return said.error();
+    }
+    return &*connection_;
 }
 
 Result<void> RetryingConnection::pause_after(const Error& error) {
     if (!worth_another_attempt(error)) {
         return error;
     }
-    broke_ = true;
     const auto pause = backoff_.next_pause();
     if (!pause) {
         return Error{ErrorKind::time_limit, 0, "gave up after repeated attempts: " + error.text};
     }
     if (notice_) {
-        notice_(error, *pause);
+        notice_(error, *pause, backoff_.left());
     }
-    if (!sleep_unless(limits_.cancelled, *pause)) {
+    if (!detail::pause_unless(limits_.cancelled, *pause)) {
         return Error{ErrorKind::cancelled, 0, "cancelled"};
     }
     return {};
@@ -77,10 +64,11 @@ bool RetryingConnection::worth_another_attempt(const Error& error) const {
         case ErrorKind::time_limit:
             return true;
         case ErrorKind::no_connection:
-            return was_connected_;
+            return was_connected_ || policy_.await_server;
         case ErrorKind::refused:
-            // The server may take a while to notice that our former connection is gone.
-            return broke_ && error.status == message::status_file_in_use;
+            // Another client sends it, or the server hasn't noticed yet that our former connection
+            // is gone.
+            return error.status == message::status_file_in_use;
         default:
             return false;
     }

@@ -7,6 +7,7 @@
 #include "client/cli/progress_view.h"
 #include "client/cli/terminal.h"
 #include "client/cli/text.h"
+#include "client/wait_limits.h"
 
 namespace transmit::cli {
 namespace {

@@ -30,6 +30,11 @@ class Backoff {
         return pause;
     }
 
+    // Until no further pause is given, if nothing moves.
+    std::chrono::milliseconds left(Clock::time_point now = Clock::now()) const {
+        return std::chrono::ceil<std::chrono::milliseconds>(deadline_ - now);
+    }
+
   private:
     std::chrono::milliseconds first_;
     std::chrono::milliseconds longest_;

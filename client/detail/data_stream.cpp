@@ -22,9 +22,10 @@ constexpr auto payload_key = message::make_payload_key();
 
 }  // namespace
 
-DataStream::DataStream(Connection& connection, bool encrypted, std::int64_t expected)
+DataStream::DataStream(Connection& connection, const BatchRun& run, std::int64_t expected)
     : connection_(connection),
-      encrypted_(encrypted),
+      run_(run),
+      encrypted_(run.options().encrypted),
       capacity_(static_cast<std::size_t>(std::clamp(expected, smallest_buffer, largest_buffer))),
       buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(capacity_)) {
 }
@@ -120,12 +121,13 @@ Result<void> DataStream::refill() {
     std::memmove(buffer_.get(), buffer_.get() + begin_, buffered());
     end_ = buffered();
     begin_ = 0;
-    const auto received = connection_.receive_some(buffer_.get() + end_, capacity_ - end_);
+    const auto received =
+        connection_.receive_some(buffer_.get() + end_, run_.step(capacity_ - end_));
     if (!received) {
         return received.error();
     }
     end_ += *received;
-    return {};
+    return run_.wait_for_turn(*received);
 }
 
 Error DataStream::broken(const char* text) {

@@ -11,18 +11,20 @@
 
 #include "aes_ecb/aes_ecb.h"
 #include "client/connection.h"
+#include "client/detail/batch_run.h"
 #include "client/error.h"
 #include "src/message/records.h"
 
 namespace transmit::detail {
 
 // The stream of DataResponse records that answers download_file_data, read in big pieces: as much
-// as the socket gives at once, with the data left where it was received.
+// as the socket gives at once and the batch's rate allows, with the data left where it was
+// received.
 class DataStream {
   public:
-    // `connection` must outlive the stream. `expected` bytes of file data are to come; it bounds
-    // the memory, not the stream.
-    DataStream(Connection& connection, bool encrypted, std::int64_t expected);
+    // `connection` and `run` must outlive the stream. `expected` bytes of file data are to come; it
+    // bounds the memory, not the stream.
+    DataStream(Connection& connection, const BatchRun& run, std::int64_t expected);
 
     // The next pieces of the plain file, in order; they stay valid until the next call. No pieces:
     // the stream has ended well. After an error of kind refused the connection is usable.
@@ -41,7 +43,8 @@ class DataStream {
     std::size_t buffered() const { return end_ - begin_; }
 
     Connection& connection_;
-    bool encrypted_;
+    const BatchRun& run_;
+    const bool encrypted_;
     std::size_t capacity_;
     std::unique_ptr<std::uint8_t[]> buffer_;
     std::size_t begin_ = 0;

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "client/detail/file_descriptor.h"
 #include "client/error.h"
@@ -12,32 +14,58 @@
 
 namespace transmit::detail {
 
+// A stretch of a file that comes in one stream: what lies before `position` is there.
+struct Segment {
+    std::int64_t begin;
+    std::int64_t position;
+    std::int64_t end;
+
+    bool is_whole() const { return position == end; }
+};
+
 // A file on its way from the server: it grows as TARGET.part and takes the target's name when it is
-// whole. Beside it TARGET.part.info remembers of which version of the source it is, so that another
-// run can go on. One process at a time works on a part.
+// whole. Beside it TARGET.part.info remembers of which version of the source it is and which bytes
+// are there, so that another run can go on. One process at a time works on a part.
 class PartFile {
   public:
     static Result<PartFile> open(const std::string& target);
 
-    // Makes it the part of this version of the source and gives its size, which is where to go on:
-    // 0 if what lies there is of another version.
-    Result<std::int64_t> prepare(const FileStamp& source);
-    // At most 1024 pieces (IOV_MAX), in order, behind what is there.
-    Result<void> append(std::span<const iovec> pieces);
+    // Makes it the part of this version of the source. What is there of it stays, in its segments;
+    // else it begins with nothing, in so many equal ones.
+    Result<void> prepare(const FileStamp& source, int segments);
+    std::span<const Segment> segments() const { return segments_; }
+    std::int64_t stored() const;
+
+    // At most 1024 pieces (IOV_MAX), in order, behind what the segment has, up to its end. Segments
+    // may be added to by different threads.
+    Result<void> append(std::size_t segment, std::span<const iovec> pieces);
+    // Of what is there.
+    Result<void> read(void* data, std::size_t size, std::int64_t offset) const;
+    Result<std::string> sha256() const;
+    // Throws away what is there.
+    Result<void> forget();
     // Gives the file the source's time and the target's name.
     Result<void> complete();
 
   private:
     PartFile(FileDescriptor descriptor, std::string target);
 
-    bool holds(const FileStamp& source) const;
-    Result<void> remember(const FileStamp& source) const;
+    bool recall(const FileStamp& source);
+    Result<void> begin(const FileStamp& source, int segments);
+    Result<void> remember();
+    Result<void> remember(std::size_t segment) const;
 
     FileDescriptor descriptor_;
+    FileDescriptor info_descriptor_;
     std::string target_;
     std::string part_;
     std::string info_;
     FileStamp source_;
+    std::vector<Segment> segments_;
 };
+
+// Writes a whole small file at once, by way of TARGET.part. False, with nothing done, if a part of
+// another attempt or another process lies there.
+Result<bool> write_at_once(const std::string& target, std::int64_t time, std::string_view bytes);
 
 }  // namespace transmit::detail

@@ -1,16 +1,35 @@
 #include "client/detail/source_file.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <utility>
+#include <vector>
 
 #include "client/detail/local_error.h"
+#include "client/detail/sha256.h"
 
 namespace transmit::detail {
 namespace {
 
 Error changed(const std::string& path) {
     return {ErrorKind::file_changed, 0, path + " changed while it was sent"};
+}
+
+constexpr std::size_t piece_size = 256UL * 1024;
+
+Result<void> write_all(int descriptor, std::span<const char> data, const std::string& folder) {
+    while (!data.empty()) {
+        const ssize_t written = write(descriptor, data.data(), data.size());
+        if (written >= 0) {
+            data = data.subspan(static_cast<std::size_t>(written));
+        } else if (errno != EINTR) {
+            return local_error("a temporary file in " + folder, "written");
+        }
+    }
+    return {};
 }
 
 }  // namespace
@@ -26,6 +45,32 @@ Result<SourceFile> SourceFile::open(const std::string& path) {
         return local_error(path, "sent", S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
     }
     return SourceFile(std::move(descriptor), path, status);
+}
+
+Result<SourceFile> SourceFile::spool(const ByteSource& source) {
+    std::error_code error;
+    const std::string folder = std::filesystem::temp_directory_path(error).string();
+    FileDescriptor descriptor(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (error || !descriptor.is_open()) {
+        return local_error("a temporary file in " + folder, "made");
+    }
+    std::vector<char> piece(piece_size);
+    while (true) {
+        const auto size = source(piece);
+        if (!size) {
+            return size.error();
+        }
+        if (*size == 0) {
+            break;
+        }
+        if (auto written = write_all(descriptor.get(), std::span(piece).first(*size), folder);
+            !written) {
+            return written.error();
+        }
+    }
+    struct stat status {};
+    fstat(descriptor.get(), &status);
+    return SourceFile(std::move(descriptor), "the stream", status);
 }
 
 SourceFile::SourceFile(FileDescriptor descriptor, std::string path, const struct stat& status)
@@ -51,6 +96,21 @@ Result<void> SourceFile::read(void* data, std::size_t size, std::int64_t offset)
         }
     }
     return {};
+}
+
+Result<std::string> SourceFile::sha256() const {
+    Sha256 hash;
+    std::vector<char> piece(piece_size);
+    for (std::int64_t offset = 0; offset < stamp_.size;) {
+        const auto size = static_cast<std::size_t>(
+            std::min<std::int64_t>(std::ssize(piece), stamp_.size - offset));
+        if (auto got = read(piece.data(), size, offset); !got) {
+            return got.error();
+        }
+        hash.add(piece.data(), size);
+        offset += static_cast<std::int64_t>(size);
+    }
+    return hash.digest();
 }
 
 Result<void> SourceFile::unchanged() const {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "client/batch.h"
 #include "client/detail/file_descriptor.h"
 #include "client/error.h"
 #include "client/remote.h"
@@ -17,11 +18,18 @@ class SourceFile {
   public:
     static Result<SourceFile> open(const std::string& path);
 
+    // A stream read to its end into an unnamed file, which never changes. Its time is the present.
+    static Result<SourceFile> spool(const ByteSource& source);
+
+    // The same path, as it is now.
+    Result<SourceFile> reopened() const { return open(path_); }
+
     const FileStamp& stamp() const { return stamp_; }
     // `size` bytes from `offset` on; file_changed if the file ends before.
     Result<void> read(void* data, std::size_t size, std::int64_t offset) const;
     // file_changed if size or time, to the nanosecond, aren't those of the opening any more.
     Result<void> unchanged() const;
+    Result<std::string> sha256() const;
 
   private:
     SourceFile(FileDescriptor descriptor, std::string path, const struct stat& status);

@@ -14,8 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "client/download.h"
-#include "client/upload.h"
+#include "client/batch.h"
 #include "tests/support/files.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/system/measure.h"
@@ -242,20 +241,24 @@ TEST_F(LoadTest, CarriesALargeFileThereAndBackInLittleMemory) {
     const std::string back = folder.path() + "back";
     make_large_file(local, size, time);
     const std::string sum = support::sha256_of_file(local);
-    transmit::RetryingConnection connection({.port = server.transmit_port()});
+    const transmit::Server target{
+        .endpoint = {.port = server.transmit_port()}, .limits = {}, .retry = {}};
+    transmit::TransferObserver unwatched;
+    transmit::UploadBatch up;
+    up.files.push_back({local, {.path = "large"}, {}});
+    transmit::DownloadBatch down;
+    down.files.push_back({{.path = "large"}, back, {}, {}});
     for (const bool encrypted : {false, true}) {
         const auto start = steady_clock::now();
-        const auto up = transmit::upload_file(
-            connection, {.local_path = local, .target = {.path = "large"}, .encrypted = encrypted});
-        ASSERT_TRUE(up) << up.error().text;
+        transmit::TransferOptions options;
+        options.encrypted = encrypted;
+        ASSERT_TRUE(transmit::upload_files(target, up, options, unwatched).complete());
         const milliseconds up_time = since(start);
         EXPECT_EQ(support::sha256_of_file(in_storage("large")), sum);
         EXPECT_EQ(stored_file::time_of(in_storage("large")), time);
 
         const auto middle = steady_clock::now();
-        const auto down = transmit::download_file(
-            connection, {.source = {.path = "large"}, .local_path = back, .encrypted = encrypted});
-        ASSERT_TRUE(down) << down.error().text;
+        ASSERT_TRUE(transmit::download_files(target, down, options, unwatched).complete());
         measured() << size / mebibyte << " MiB " << (encrypted ? "encrypted" : "plain") << ": up "
                    << up_time.count() << " ms, down " << since(middle).count() << " ms\n";
         EXPECT_EQ(support::sha256_of_file(back), sum);

@@ -5,8 +5,6 @@
 #include <random>
 #include <string>
 
-#include "client/download.h"
-#include "client/upload.h"
 #include "tests/support/files.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/system/server_test.h"
@@ -88,72 +86,6 @@ TEST_P(ResumeTest, AnUploadGoesOnFromWhatWasStored) {
     EXPECT_FALSE(stored_file::exists(in_storage("folder/file.tcp")));
 }
 
-// The client library on its own: its user's code notices nothing of the break.
-class ClientResumeTest : public ResumeTest {
-  protected:
-    transmit::RetryingConnection impatient_connection() {
-        return transmit::RetryingConnection({.port = server.transmit_port()}, {},
-                                            {.first_pause = std::chrono::milliseconds(1),
-                                             .longest_pause = std::chrono::milliseconds(50),
-                                             .time_limit = std::chrono::seconds(60)});
-    }
-
-    // Restarts the server once, when the transfer has come that far and the file to which it goes
-    // holds as much; and notes from where it then goes on.
-    transmit::ProgressCallback restart_at(std::int64_t done, const std::string& growing) {
-        return [=, this](const transmit::Progress& progress) {
-            if (restarted) {
-                resumed_from = std::min(resumed_from, progress.done);
-            } else if (progress.done >= done) {
-                EXPECT_TRUE(
-                    await([&] { return std::ssize(support::read_file(growing)) >= stored; }));
-                restarted = true;
-                restart_server();
-            }
-        };
-    }
-
-    static constexpr std::int64_t stored = 1 << 20;
-    bool restarted = false;
-    std::int64_t resumed_from = INT64_MAX;
-};
-
-TEST_P(ClientResumeTest, AnUploadOutlivesItsServer) {
-    const support::TemporaryFolder folder;
-    const std::string local = folder.path() + "local";
-    const std::string bytes = support::random_bytes(8 << 20, GetParam());
-    stored_file::put(local, bytes, file_time);
-    transmit::RetryingConnection connection = impatient_connection();
-    const auto report = transmit::upload_file(
-        connection,
-        {.local_path = local, .target = {.path = "f"}, .encrypted = GetParam() % 2 == 0},
-        restart_at(4 << 20, in_storage("f.tcp")));
-    ASSERT_TRUE(report) << report.error().text;
-    EXPECT_TRUE(restarted);
-    EXPECT_GE(resumed_from, cut == Cut::server_killed ? 0 : stored);
-    EXPECT_EQ(support::sha256_of_file(in_storage("f")), support::sha256(bytes));
-    EXPECT_EQ(stored_file::time_of(in_storage("f")), file_time);
-}
-
-TEST_P(ClientResumeTest, ADownloadOutlivesItsServer) {
-    const support::TemporaryFolder folder;
-    const std::string local = folder.path() + "local";
-    const std::string bytes = support::random_bytes(32 << 20, GetParam());
-    stored_file::put(in_storage("f"), bytes, file_time);
-    transmit::RetryingConnection connection = impatient_connection();
-    const auto report = transmit::download_file(
-        connection,
-        {.source = {.path = "f"}, .local_path = local, .encrypted = GetParam() % 2 == 0},
-        restart_at(stored + static_cast<std::int64_t>(random_up_to(8 << 20)), local + ".part"));
-    ASSERT_TRUE(report) << report.error().text;
-    EXPECT_TRUE(restarted);
-    EXPECT_GE(resumed_from, stored);
-    EXPECT_EQ(support::sha256_of_file(local), support::sha256(bytes));
-    EXPECT_EQ(stored_file::time_of(local), file_time);
-    EXPECT_FALSE(stored_file::exists(local + ".part"));
-}
-
 INSTANTIATE_TEST_SUITE_P(TwentyCuts, ResumeTest, testing::Range(0U, 20U));
-INSTANTIATE_TEST_SUITE_P(BothEnds, ClientResumeTest, testing::Values(1, 2, 4, 5));
 
 }  // namespace

@@ -5,8 +5,7 @@
 #include <atomic>
 #include <filesystem>
 
-#include "client/download.h"
-#include "client/upload.h"
+#include "client/batch.h"
 #include "src/message/status.h"
 #include "tests/support/files.h"
 #include "tests/support/temporary_folder.h"
@@ -90,11 +89,71 @@ std::int64_t start_download(PeerConnection& peer, std::size_t size,
     return peer.expect<message::DownloadFileData>().offset;
 }
 
-void finish_download(PeerConnection& peer) {
+// The end of the stream, and the look at the source behind it.
+void finish_download(PeerConnection& peer, std::size_t size, std::int64_t time = source_time) {
     send_block(peer, "");
     peer.expect<message::DownloadFileFinish>();
     peer.answer<message::DownloadFileFinish>();
+    prepare_download(peer, message::status_ok, size, time);
+    peer.expect<message::DownloadFileFinish>();
+    peer.answer<message::DownloadFileFinish>();
 }
+
+// What a client says before anything else.
+void greet(PeerConnection& peer) {
+    peer.expect<message::SetTransmitSpeed>();
+    peer.answer<message::SetTransmitSpeed>();
+}
+
+ScriptedPeer::Script greeted(ScriptedPeer::Script script) {
+    return [script = std::move(script)](PeerConnection& peer) {
+        greet(peer);
+        script(peer);
+    };
+}
+
+// A server whose storage holds nothing, as uploads ask before they begin.
+ScriptedPeer::Script empty(ScriptedPeer::Script script) {
+    return greeted([script = std::move(script)](PeerConnection& peer) {
+        peer.expect<message::GetPathContent>();
+        peer.answer<message::GetPathContent>(
+            {.type = 0, .status = message::status_access_failed, .data_length = 0});
+        script(peer);
+    });
+}
+
+class Watch : public transmit::TransferObserver {
+  public:
+    void progressed(std::size_t, const Progress& progress) override {
+        last = progress;
+        if (on_progress) {
+            on_progress(progress);
+        }
+    }
+    void stalled(std::size_t) override { ++stalls; }
+    void retrying(std::size_t, const transmit::Error& reason, std::chrono::milliseconds,
+                  std::chrono::milliseconds) override {
+        retries.push_back(reason);
+    }
+    void started_over(std::size_t, const std::string&) override { ++starts_over; }
+    void done(std::size_t, const transmit::TransferReport& told) override { report = told; }
+
+    // The one file's report, or what went wrong.
+    transmit::Result<transmit::TransferReport> outcome(const transmit::TransferSummary& summary) {
+        if (!summary.failed.empty()) {
+            return summary.failed[0].error;
+        }
+        return summary.stopped ? transmit::Result<transmit::TransferReport>(*summary.stopped)
+                               : report;
+    }
+
+    std::function<void(const Progress&)> on_progress;
+    Progress last;
+    std::vector<transmit::Error> retries;
+    std::atomic<int> stalls = 0;
+    int starts_over = 0;
+    transmit::TransferReport report;
+};
 
 class Transfer : public testing::Test {
   protected:
@@ -103,24 +162,20 @@ class Transfer : public testing::Test {
         set_time(source_, source_time);
     }
 
-    transmit::RetryingConnection connect(const ScriptedPeer& peer,
-                                         transmit::RetryPolicy policy = hasty(),
-                                         transmit::WaitLimits limits = patient()) {
-        return transmit::RetryingConnection({"127.0.0.1", peer.port()}, std::move(limits), policy);
-    }
-
     transmit::Result<transmit::TransferReport> upload(const ScriptedPeer& peer,
-                                                      const transmit::ProgressCallback& watch = {},
                                                       transmit::RetryPolicy policy = hasty()) {
-        auto server = connect(peer, policy);
-        return transmit::upload_file(server, {source_, {1, 0, "a.bin"}}, watch);
+        transmit::UploadBatch batch;
+        batch.files.push_back({source_, {1, 0, "a.bin"}, {}});
+        return watch_.outcome(transmit::upload_files({{"127.0.0.1", peer.port()}, limits_, policy},
+                                                     batch, options_, watch_));
     }
 
     transmit::Result<transmit::TransferReport> download(const ScriptedPeer& peer,
-                                                        transmit::RetryPolicy policy = hasty(),
-                                                        bool encrypted = false) {
-        auto server = connect(peer, policy);
-        return transmit::download_file(server, {{1, 0, "a.bin"}, target_, encrypted});
+                                                        transmit::RetryPolicy policy = hasty()) {
+        transmit::DownloadBatch batch;
+        batch.files.push_back({{1, 0, "a.bin"}, target_, {}, {}});
+        return watch_.outcome(transmit::download_files(
+            {{"127.0.0.1", peer.port()}, limits_, policy}, batch, options_, watch_));
     }
 
     std::vector<std::string> names() const {
@@ -136,6 +191,9 @@ class Transfer : public testing::Test {
     const std::string source_ = folder_.path() + "source.bin";
     const std::string target_ = folder_.path() + "target.bin";
     const std::string content_ = support::random_bytes(1'000'000, 1);
+    transmit::WaitLimits limits_ = patient();
+    transmit::TransferOptions options_;
+    Watch watch_;
 };
 
 TEST_F(Transfer, UploadGoesByteForByteOverTheWire) {
@@ -143,72 +201,103 @@ TEST_F(Transfer, UploadGoesByteForByteOverTheWire) {
     set_time(source_, 1000);
     std::string asked;
     std::string sent;
-    ScriptedPeer peer({[&](PeerConnection& connection) {
+    ScriptedPeer peer({empty([&](PeerConnection& connection) {
         asked = connection.receive(45);
         connection.send("\x00\x01\x00\x14\0\0\0\0\0\0\0\0\0\0\0\0"s);
         sent = connection.receive(15);
         connection.send("\x00\x05\x00\x00"s);
-    }});
-    auto server = connect(peer);
-    const auto report = transmit::upload_file(server, {source_, {1, 0, "a.txt"}});
+    })});
+    const auto report = upload(peer);
     ASSERT_TRUE(report) << report.error().text;
     EXPECT_EQ(peer.played(), 1U);
     EXPECT_EQ(asked,
               "\0\0\0\0\0\0\0\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\5\0\0\0\0\0\0\x03\xE8\0\5\0\0\0\0\0\0"
-              "a.txt"s);
+              "a.bin"s);
     EXPECT_EQ(sent, "\0\x02\0\0\0\0\0\5hello\0\x04"s);
 }
 
-TEST_F(Transfer, UploadResumesWhereABrokenConnectionLeftTheServer) {
-    std::string first;
-    std::string rest;
-    ScriptedPeer peer({[&](PeerConnection& connection) {
-                           prepare_upload(connection, message::status_file_incomplete);
-                           first = receive_upload(connection, 300'000).substr(0, 300'000);
-                           connection.reset();
-                       },
-                       [&](PeerConnection& connection) {
-                           prepare_upload(connection, message::status_file_incomplete, 300'000);
-                           rest = receive_upload(connection, 700'000);
-                           finish_upload(connection);
-                       }});
-    std::int64_t last = 0;
-    const auto report = upload(peer, [&](const Progress& progress) { last = progress.done; });
-    ASSERT_TRUE(report) << report.error().text;
-    EXPECT_EQ(peer.played(), 2U);
-    EXPECT_TRUE(first + rest == content_);
-    EXPECT_EQ(report->resumed_from, 0);
-    EXPECT_EQ(last, 1'000'000);
+TEST_F(Transfer, SmallUploadsTakeOneRoundTripEach) {
+    transmit::UploadBatch batch;
+    for (const char* name : {"a", "b", "c"}) {
+        const std::string path = folder_.path() + name;
+        write_file(path, name);
+        batch.files.push_back({path, {1, 0, name}, {}});
+    }
+    options_.files_at_once = 1;
+    ScriptedPeer peer({empty([&](PeerConnection& connection) {
+        prepare_upload(connection, message::status_file_incomplete);
+        for (int file = 0; file < 3; ++file) {
+            EXPECT_EQ(receive_upload(connection, 1).size(), 1U);
+            connection.expect<message::UploadFileFinish>();
+            if (file < 2) {
+                connection.expect<message::UploadFilePrepare>();
+            }
+            connection.answer<message::UploadFileFinish>();
+            if (file < 2) {
+                message::UploadFilePrepareResponse response{};
+                response.status = message::status_file_incomplete;
+                connection.answer<message::UploadFilePrepare>(response);
+            }
+        }
+    })});
+    const auto summary = transmit::upload_files({{"127.0.0.1", peer.port()}, limits_, hasty()},
+                                                batch, options_, watch_);
+    EXPECT_TRUE(summary.complete());
+    EXPECT_EQ(summary.done, 3U);
 }
 
-TEST_F(Transfer, UploadThatTheServerHasSendsNothing) {
-    ScriptedPeer peer({[](PeerConnection& connection) {
-        prepare_upload(connection, message::status_ok, 1'000'000);
-        EXPECT_TRUE(connection.at_end());
-    }});
-    const auto report = upload(peer);
-    ASSERT_TRUE(report) << report.error().text;
-    EXPECT_TRUE(report->already_there);
+TEST_F(Transfer, SmallDownloadsAreAllAskedForAtOnce) {
+    transmit::DownloadBatch batch;
+    for (const char* name : {"a", "b", "c"}) {
+        batch.files.push_back(
+            {{1, 0, name}, folder_.path() + name, {}, transmit::FileStamp{1, source_time}});
+    }
+    options_.files_at_once = 1;
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        connection.expect<message::SetTransmitSpeed>();
+        for (int file = 0; file < 3; ++file) {
+            connection.expect<message::DownloadFilePrepare>();
+            connection.expect<message::DownloadFileData>();
+            connection.expect<message::DownloadFileFinish>();
+        }
+        connection.expect<message::SetTransmitSpeed>();
+        connection.answer<message::SetTransmitSpeed>();
+        for (const char* name : {"a", "b", "c"}) {
+            message::DownloadFilePrepareResponse response{};
+            response.file_size = 1;
+            response.file_time = source_time;
+            connection.answer<message::DownloadFilePrepare>(response);
+            send_block(connection, name);
+            send_block(connection, "");
+            connection.answer<message::DownloadFileFinish>();
+        }
+        connection.answer<message::SetTransmitSpeed>();
+    })});
+    const auto summary = transmit::download_files({{"127.0.0.1", peer.port()}, limits_, hasty()},
+                                                  batch, options_, watch_);
+    EXPECT_TRUE(summary.complete());
+    for (const char* name : {"a", "b", "c"}) {
+        EXPECT_EQ(read_file(folder_.path() + name), name);
+        EXPECT_EQ(time_of(folder_.path() + name), source_time);
+    }
 }
 
 TEST_F(Transfer, UploadEndsWithTheStatusOfARefusal) {
-    ScriptedPeer at_prepare({[](PeerConnection& peer) {
-        prepare_upload(peer, message::status_path_is_directory);
-    }});
+    ScriptedPeer at_prepare({empty(
+        [](PeerConnection& peer) { prepare_upload(peer, message::status_path_is_directory); })});
     EXPECT_EQ(upload(at_prepare).error().status, message::status_path_is_directory);
 
-    ScriptedPeer at_finish({[](PeerConnection& peer) {
+    ScriptedPeer at_finish({empty([](PeerConnection& peer) {
         prepare_upload(peer, message::status_file_incomplete);
         receive_upload(peer, 1'000'000);
         finish_upload(peer, message::status_rename_failed);
-    }});
+    })});
     EXPECT_EQ(upload(at_finish).error().status, message::status_rename_failed);
 }
 
 TEST_F(Transfer, UploadStopsWhenTheServerReportsAFailedBlock) {
     std::filesystem::resize_file(source_, 1'000'000'000);
-    std::atomic<std::int64_t> furthest = 0;
-    ScriptedPeer peer({[](PeerConnection& connection) {
+    ScriptedPeer peer({empty([](PeerConnection& connection) {
         prepare_upload(connection, message::status_file_incomplete);
         receive_upload(connection, 1);
         connection.answer<message::UploadFileData>(
@@ -219,49 +308,58 @@ TEST_F(Transfer, UploadStopsWhenTheServerReportsAFailedBlock) {
             return;
         }
         FAIL() << "all of the file was sent";
-    }});
-    const auto report = upload(peer, [&](const Progress& progress) { furthest = progress.done; });
+    })});
+    const auto report = upload(peer);
     ASSERT_FALSE(report);
     EXPECT_EQ(report.error().kind, ErrorKind::refused);
     EXPECT_EQ(report.error().status, message::status_write_failed);
     EXPECT_EQ(peer.played(), 1U);
-    EXPECT_LT(furthest, 500'000'000);
+    EXPECT_LT(watch_.last.done, 500'000'000);
 }
 
-TEST_F(Transfer, UploadOfAChangingFileIsNotFinished) {
-    for (const bool grows : {true, false}) {
-        write_file(source_, content_);
-        ScriptedPeer peer({[](PeerConnection& connection) {
-            prepare_upload(connection, message::status_file_incomplete);
-            try {
-                receive_upload(connection, 2'000'000);
-            } catch (const std::runtime_error& error) {
-                EXPECT_STREQ(error.what(), "the client has gone");
-            }
-        }});
-        const auto report = upload(peer, [&](const Progress& progress) {
-            if (progress.done > 0) {
-                std::filesystem::resize_file(source_, grows ? 1'000'001 : 10);
-            }
-        });
-        ASSERT_FALSE(report);
-        EXPECT_EQ(report.error().kind, ErrorKind::file_changed);
-    }
+TEST_F(Transfer, UploadOfAFileThatNeverRestsIsGivenUp) {
+    const auto takes_what_comes = [](PeerConnection& connection) {
+        prepare_upload(connection, message::status_file_incomplete);
+        try {
+            receive_upload(connection, 2'000'000);
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "the client has gone");
+        }
+    };
+    const auto discards_first = [&](PeerConnection& connection) {
+        prepare_upload(connection, message::status_file_incomplete);
+        connection.expect<message::CleanupConnection>();
+        connection.answer<message::CleanupConnection>();
+        takes_what_comes(connection);
+    };
+    ScriptedPeer peer({empty(takes_what_comes), empty(discards_first), empty(discards_first),
+                       empty(discards_first)});
+    std::uintmax_t size = 1'000'000;
+    watch_.on_progress = [&](const Progress& progress) {
+        if (progress.done > 0) {
+            std::filesystem::resize_file(source_, ++size);
+        }
+    };
+    const auto report = upload(peer);
+    ASSERT_FALSE(report);
+    EXPECT_EQ(report.error().kind, ErrorKind::file_changed);
+    EXPECT_EQ(watch_.starts_over, 3);
+    EXPECT_EQ(peer.played(), 4U);
 }
 
 TEST_F(Transfer, DownloadResumesItsPartAfterABrokenConnection) {
     std::int64_t resumed = 0;
-    ScriptedPeer peer({[&](PeerConnection& connection) {
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
                            EXPECT_EQ(start_download(connection, content_.size()), 0);
                            send_block(connection, content_.substr(0, 65'536));
                            connection.send(bytes_of(message::DataResponse{9, 0, 65'536}) +
                                            content_.substr(65'536, 1000));
-                       },
-                       [&](PeerConnection& connection) {
+                       }),
+                       greeted([&](PeerConnection& connection) {
                            resumed = start_download(connection, content_.size());
                            send_block(connection, content_.substr(66'536));
-                           finish_download(connection);
-                       }});
+                           finish_download(connection, content_.size());
+                       })});
     const auto report = download(peer);
     ASSERT_TRUE(report) << report.error().text;
     EXPECT_EQ(peer.played(), 2U);
@@ -271,6 +369,7 @@ TEST_F(Transfer, DownloadResumesItsPartAfterABrokenConnection) {
     EXPECT_EQ(names(), (std::vector<std::string>{"source.bin", "target.bin"}));
 }
 
+// A later run looks at the last 64 KiB of what it finds.
 TEST_F(Transfer, ALaterDownloadResumesThePartOfTheSameVersionOnly) {
     const auto break_off = [&](PeerConnection& connection) {
         start_download(connection, content_.size());
@@ -281,9 +380,9 @@ TEST_F(Transfer, ALaterDownloadResumesThePartOfTheSameVersionOnly) {
         std::size_t size;
         std::int64_t offset;
     };
-    for (const Case& later : {Case{source_time, 1'000'000, 400'000},
+    for (const Case& later : {Case{source_time, 1'000'000, 400'000 - 65'536},
                               Case{source_time + 1, 1'000'000, 0}, Case{source_time, 999'999, 0}}) {
-        ScriptedPeer broken({break_off});
+        ScriptedPeer broken({greeted(break_off)});
         const auto report = download(broken, hasty(0s));
         ASSERT_FALSE(report);
         EXPECT_EQ(report.error().kind, ErrorKind::connection_lost);
@@ -291,12 +390,12 @@ TEST_F(Transfer, ALaterDownloadResumesThePartOfTheSameVersionOnly) {
         EXPECT_FALSE(std::filesystem::exists(target_));
 
         const std::string content = content_.substr(0, later.size);
-        ScriptedPeer peer({[&](PeerConnection& connection) {
+        ScriptedPeer peer({greeted([&](PeerConnection& connection) {
             const std::int64_t offset = start_download(connection, later.size, later.time);
             EXPECT_EQ(offset, later.offset);
             send_block(connection, content.substr(static_cast<std::size_t>(offset)));
-            finish_download(connection);
-        }});
+            finish_download(connection, later.size, later.time);
+        })});
         ASSERT_TRUE(download(peer));
         EXPECT_TRUE(read_file(target_) == content);
         EXPECT_EQ(time_of(target_), later.time);
@@ -304,32 +403,49 @@ TEST_F(Transfer, ALaterDownloadResumesThePartOfTheSameVersionOnly) {
     }
 }
 
-TEST_F(Transfer, DownloadOfAnotherLengthThanAnnouncedNeverTakesTheTargetsName) {
+TEST_F(Transfer, ADownloadThatIsNeverAsAnnouncedIsGivenUp) {
     for (const std::size_t length : {999'999U, 1'000'001U}) {
-        ScriptedPeer peer({[&](PeerConnection& connection) {
+        watch_.starts_over = 0;
+        const auto script = greeted([=](PeerConnection& connection) {
             start_download(connection, 1'000'000);
             send_block(connection, std::string(length, 'x'));
             send_block(connection, "");
-        }});
+        });
+        ScriptedPeer peer({script, script, script, script});
         const auto report = download(peer);
         ASSERT_FALSE(report);
         EXPECT_EQ(report.error().kind, ErrorKind::file_changed);
+        EXPECT_EQ(watch_.starts_over, 3);
         EXPECT_FALSE(std::filesystem::exists(target_));
     }
 }
 
+TEST_F(Transfer, ASourceThatChangedWhileItWasFetchedIsFetchedAnew) {
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        start_download(connection, content_.size());
+        send_block(connection, std::string(content_.size(), 'x'));
+        finish_download(connection, content_.size(), source_time + 1);
+        start_download(connection, content_.size(), source_time + 1);
+        send_block(connection, content_);
+        finish_download(connection, content_.size(), source_time + 1);
+    })});
+    const auto report = download(peer);
+    ASSERT_TRUE(report) << report.error().text;
+    EXPECT_EQ(watch_.starts_over, 1);
+    EXPECT_TRUE(read_file(target_) == content_);
+}
+
 TEST_F(Transfer, DownloadEndsWithTheStatusOfARefusal) {
-    ScriptedPeer peer({[](PeerConnection& server) {
-        prepare_download(server, message::status_access_failed);
-    }});
+    ScriptedPeer peer({greeted(
+        [](PeerConnection& server) { prepare_download(server, message::status_access_failed); })});
     EXPECT_EQ(download(peer).error().status, message::status_access_failed);
     EXPECT_EQ(names(), std::vector<std::string>{"source.bin"});
 
-    ScriptedPeer in_the_stream({[&](PeerConnection& connection) {
+    ScriptedPeer in_the_stream({greeted([&](PeerConnection& connection) {
         start_download(connection, content_.size());
         send_block(connection, content_.substr(0, 1000));
         send_block(connection, "", message::status_read_failed);
-    }});
+    })});
     EXPECT_EQ(download(in_the_stream).error().status, message::status_read_failed);
     EXPECT_EQ(read_file(target_ + ".part"), content_.substr(0, 1000));
 }
@@ -339,27 +455,28 @@ TEST_F(Transfer, DownloadDistrustsWhatStandsBetweenTheBlocks) {
     for (const std::string& bytes :
          {bytes_of(message::DataResponse{11, 0, 0}), block + std::string(32, 'x'),
           bytes_of(message::DataResponse{9, 0, 0xFFFFFFFF})}) {
-        ScriptedPeer peer({[&](PeerConnection& connection) {
+        options_.encrypted = true;
+        ScriptedPeer peer({greeted([&](PeerConnection& connection) {
             start_download(connection, 100);
             connection.send(bytes);
-        }});
-        const auto report = download(peer, hasty(), true);
+        })});
+        const auto report = download(peer);
         ASSERT_FALSE(report);
         EXPECT_EQ(report.error().kind, ErrorKind::bad_answer);
     }
 }
 
 TEST_F(Transfer, OnlyOneDownloadAtATimeWritesAPart) {
-    ScriptedPeer inner({[&](PeerConnection& peer) {
-        start_download(peer, content_.size());
-    }});
-    ScriptedPeer outer({[&](PeerConnection& connection) {
+    ScriptedPeer inner({greeted([&](PeerConnection& peer) {
+        prepare_download(peer, message::status_ok, content_.size());
+    })});
+    ScriptedPeer outer({greeted([&](PeerConnection& connection) {
         start_download(connection, content_.size());
         const auto second = download(inner);
         EXPECT_EQ(second.error().kind, ErrorKind::local_file);
         send_block(connection, content_);
-        finish_download(connection);
-    }});
+        finish_download(connection, content_.size());
+    })});
     EXPECT_TRUE(download(outer));
     EXPECT_TRUE(read_file(target_) == content_);
 }
@@ -371,50 +488,98 @@ TEST_F(Transfer, AServerThatWasNeverReachedIsNotTriedAgain) {
 }
 
 TEST_F(Transfer, AttemptsWithoutProgressEndAtTheTimeLimit) {
-    const ScriptedPeer::Script breaks = [](PeerConnection& connection) {
-        connection.expect<message::UploadFilePrepare>();
-    };
+    const auto breaks =
+        empty([](PeerConnection& connection) { connection.expect<message::UploadFilePrepare>(); });
     ScriptedPeer peer({breaks, breaks, breaks});
-    const auto report = upload(peer, {}, hasty(50ms));
+    const auto report = upload(peer, hasty(50ms));
     ASSERT_FALSE(report);
     EXPECT_EQ(report.error().kind, ErrorKind::time_limit);
     EXPECT_EQ(peer.played(), 3U);
 }
 
-TEST_F(Transfer, AFileInUseIsWaitedForOnlyIfItMayBeOurOwnFormerUpload) {
-    const ScriptedPeer::Script in_use = [](PeerConnection& connection) {
-        prepare_upload(connection, message::status_file_in_use);
-    };
-    ScriptedPeer others({in_use});
-    EXPECT_EQ(upload(others).error().status, message::status_file_in_use);
-
-    const ScriptedPeer::Script breaks = [](PeerConnection& connection) {
-        prepare_upload(connection, message::status_file_incomplete);
-    };
-    ScriptedPeer ours({breaks, [](PeerConnection& connection) {
-                           prepare_upload(connection, message::status_file_in_use);
-                           prepare_upload(connection, message::status_file_incomplete);
-                           receive_upload(connection, 1'000'000);
-                           finish_upload(connection);
-                       }});
-    EXPECT_TRUE(upload(ours));
+TEST_F(Transfer, AStandstillIsToldAndOutlived) {
+    limits_.stall = 1ms;
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        start_download(connection, content_.size());
+        send_block(connection, content_.substr(0, 1000));
+        while (watch_.stalls == 0) {
+            std::this_thread::yield();
+        }
+        send_block(connection, content_.substr(1000));
+        finish_download(connection, content_.size());
+    })});
+    EXPECT_TRUE(download(peer));
 }
 
 TEST_F(Transfer, CancellationEndsAWaitAndKeepsThePart) {
     std::atomic<bool> cancelled = false;
-    ScriptedPeer peer({[&](PeerConnection& connection) {
+    limits_ = patient([&] { return cancelled.load(); });
+    watch_.on_progress = [&](const Progress& progress) {
+        cancelled = progress.done == 1000;
+    };
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
         start_download(connection, content_.size());
         send_block(connection, content_.substr(0, 1000));
         EXPECT_TRUE(connection.at_end());
-    }});
-    auto server = connect(peer, hasty(), patient([&] { return cancelled.load(); }));
-    const auto report = transmit::download_file(
-        server, {{1, 0, "a.bin"}, target_},
-        [&](const Progress& progress) { cancelled = progress.done == 1000; });
+    })});
+    const auto report = download(peer);
     ASSERT_FALSE(report);
     EXPECT_EQ(report.error().kind, ErrorKind::cancelled);
     EXPECT_EQ(peer.played(), 1U);
     EXPECT_EQ(read_file(target_ + ".part"), content_.substr(0, 1000));
+}
+
+TEST_F(Transfer, ABatchEndsAtItsTimeLimitHoweverMuchMoves) {
+    options_.max_time = 1s;
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        start_download(connection, 1'000'000'000);
+        for (;;) {
+            send_block(connection, "x");
+        }
+    })});
+    const auto report = download(peer);
+    ASSERT_FALSE(report);
+    EXPECT_EQ(report.error().kind, ErrorKind::time_limit);
+}
+
+// Names as hostile servers send them.
+TEST_F(Transfer, NoNameOfATreeLeadsOutOfItsFolder) {
+    const std::string listing = R"(<root><folder name=".."/><folder name="a/b"/><file name="" )"
+                                R"(size="1" time="1"/><file name="..\x" size="1" time="1"/>)"
+                                R"(<file name="." size="1" time="1"/><file name="good" size="1" )"
+                                R"(time="1"/></root>)";
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        connection.expect<message::GetPathContent>();
+        connection.send(
+            bytes_of(message::DataResponse{29, message::status_path_is_directory,
+                                           static_cast<std::uint32_t>(listing.size())}) +
+            listing);
+    })});
+    transmit::RetryingConnection server({"127.0.0.1", peer.port()});
+    const auto batch = transmit::download_tree(server, {1, 0, "t"}, folder_.path() + "t");
+    ASSERT_TRUE(batch) << batch.error().text;
+    ASSERT_EQ(batch->files.size(), 1U);
+    EXPECT_EQ(batch->files[0].local_path, folder_.path() + "t/good");
+    EXPECT_EQ(batch->refused.size(), 5U);
+    EXPECT_EQ(batch->folders, std::vector<std::string>{folder_.path() + "t"});
+}
+
+// Ten seconds of two transfers that share a limit, on a clock of the test's own.
+TEST(RateLimiter, KeepsToItsRateWhateverTheSteps) {
+    for (const std::uint64_t rate : {10'000ULL, 1'000'000ULL, 100'000'000ULL}) {
+        transmit::RateLimiter limiter(rate);
+        const transmit::RateLimiter::Clock::time_point start{};
+        std::array<transmit::RateLimiter::Clock::time_point, 2> now{start, start};
+        std::uint64_t moved = 0;
+        while (std::min(now[0], now[1]) < start + 10s) {
+            auto& earlier = now[0] <= now[1] ? now[0] : now[1];
+            const std::size_t size = limiter.step(1 << 20);
+            earlier += limiter.reserve(size, earlier);
+            moved += earlier < start + 10s ? size : 0;
+        }
+        EXPECT_NEAR(static_cast<double>(moved), 10.0 * static_cast<double>(rate),
+                    0.5 * static_cast<double>(rate));
+    }
 }
 
 }  // namespace

@@ -2,27 +2,15 @@
 
 #include <sys/uio.h>
 
-#include <chrono>
 #include <cstddef>
-#include <functional>
 #include <span>
 
 #include "client/detail/file_descriptor.h"
 #include "client/error.h"
 #include "client/remote.h"
+#include "client/wait_limits.h"
 
-namespace transmit {
-
-// How long a peer may keep us waiting. `cancelled`, if set, is asked whenever a wait is interrupted
-// by a signal, and at least five times a second while one lasts; true ends the wait. `stalled`, if
-// set, is told once in each wait that lasts for `stall`.
-struct WaitLimits {
-    std::chrono::milliseconds connect{10'000};
-    std::chrono::milliseconds silence{60'000};
-    std::chrono::milliseconds stall{30'000};
-    std::function<bool()> cancelled{};
-    std::function<void()> stalled{};
-};
+namespace transmit::detail {
 
 // A TCP connection with blocking calls that give up after a while. Not for several threads at once.
 // Raises no SIGPIPE. Errors are connection_lost, time_limit or cancelled; from connect also
@@ -35,7 +23,7 @@ class Socket {
     Result<void> send_all(std::span<iovec> parts);
     // Exactly `size` bytes; the stream's end before that is connection_lost.
     Result<void> receive_exactly(void* data, std::size_t size);
-    // What is there, at least one byte and at most `size`; 0 is the end of the stream.
+    // What is there, at least one byte and at most `size`; the stream's end is connection_lost.
     Result<std::size_t> receive_some(void* data, std::size_t size);
 
     // True if a receive would not wait, because of bytes, the stream's end or a broken connection.
@@ -46,11 +34,11 @@ class Socket {
     void close() { descriptor_.close(); }
 
   private:
-    Socket(detail::FileDescriptor descriptor, WaitLimits limits)
+    Socket(FileDescriptor descriptor, WaitLimits limits)
         : descriptor_(std::move(descriptor)), limits_(std::move(limits)) {}
 
-    detail::FileDescriptor descriptor_;
+    FileDescriptor descriptor_;
     WaitLimits limits_;
 };
 
-}  // namespace transmit
+}  // namespace transmit::detail

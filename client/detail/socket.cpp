@@ -1,4 +1,4 @@
-#include "client/socket.h"
+#include "client/detail/socket.h"
 
 #include <fcntl.h>
 #include <netdb.h>
@@ -13,7 +13,7 @@
 #include <system_error>
 #include <utility>
 
-namespace transmit {
+namespace transmit::detail {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -106,9 +106,9 @@ int connect_outcome(int descriptor) {
     return error;
 }
 
-Result<detail::FileDescriptor> connect_to(const addrinfo& address, const Endpoint& endpoint,
-                                          const WaitLimits& limits) {
-    detail::FileDescriptor descriptor(
+Result<FileDescriptor> connect_to(const addrinfo& address, const Endpoint& endpoint,
+                                  const WaitLimits& limits) {
+    FileDescriptor descriptor(
         socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
     if (!descriptor.is_open()) {
         return unreachable(endpoint, reason(errno));
@@ -215,8 +215,11 @@ Result<std::size_t> Socket::receive_some(void* data, std::size_t size) {
     Patience patience(limits_, limits_.silence);
     while (true) {
         const ssize_t received = recv(descriptor_.get(), data, size, 0);
-        if (received >= 0) {
+        if (received > 0) {
             return static_cast<std::size_t>(received);
+        }
+        if (received == 0) {
+            return lost("the server closed it");
         }
         if (const auto waiting = after_failed_call(patience); !waiting) {
             return waiting.error();
@@ -229,4 +232,4 @@ bool Socket::readable() const {
     return poll(&waiting, 1, 0) > 0;
 }
 
-}  // namespace transmit
+}  // namespace transmit::detail

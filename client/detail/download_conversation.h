@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "client/detail/file_watch.h"
+#include "client/detail/part_file.h"
+#include "client/error.h"
+
+namespace transmit::detail {
+
+// One download with all care: it grows as a part, in one stream or several, goes on over broken
+// connections, checks what an earlier run left, and begins anew when the source changes.
+class DownloadConversation {
+  public:
+    // All must outlive the conversation.
+    DownloadConversation(Worker& worker, const DownloadJob& job, int streams);
+
+    Result<TransferReport> run();
+
+  private:
+    Result<TransferReport> attempt(Connection& connection);
+    Result<void> open_part();
+    std::vector<std::size_t> segments_to_fetch() const;
+    Result<void> fetch_rest(Connection& connection);
+    Result<void> fetch_on_new_connection(std::size_t segment);
+    Result<void> fetch(Connection& connection, std::size_t segment);
+    Result<void> fetch_stream(Connection& connection, std::size_t segment);
+    Result<void> take(std::size_t segment, std::span<const iovec> pieces, std::int64_t& position);
+    Result<void> compare(const iovec& piece, std::int64_t position) const;
+    Result<TransferReport> conclude(Connection& connection);
+    Result<void> source_is_unchanged(Connection& connection) const;
+    Result<void> prepare_to_start_over(const Error& reason);
+    bool is_there(const FileStamp& source) const;
+
+    Worker& worker_;
+    const BatchRun& run_;
+    const DownloadJob& job_;
+    const int streams_;
+    FileWatch watch_;
+    std::optional<PartFile> part_;
+    FileStamp source_;
+    std::vector<char> checked_;  // by segment: what is stored is this run's or was looked at
+    int times_started_over_ = 0;
+};
+
+}  // namespace transmit::detail

@@ -1,0 +1,262 @@
+#include "client/detail/upload_conversation.h"
+
+#include "client/detail/remote_file.h"
+#include "client/status_text.h"
+#include "src/message/status.h"
+
+namespace transmit::detail {
+namespace {
+
+// A source that changes all the time is given up at last.
+constexpr int most_starts_over = 3;
+// Rounds of preparing and checking, before what is stored is taken for another client's play.
+constexpr int most_rounds = 4;
+// What a server adds to the names of temporary files as it is shipped.
+constexpr std::string_view usual_suffix = ".tcp";
+
+Error differs(const std::string& what) {
+    return {ErrorKind::file_changed, 0, what + " differs from the source"};
+}
+
+}  // namespace
+
+UploadConversation::UploadConversation(Worker& worker, RemoteFolders& folders, UploadSender& sender,
+                                       SourceFile source, const RemotePath& target)
+    : worker_(worker),
+      run_(worker.run),
+      folders_(folders),
+      sender_(sender),
+      source_(std::move(source)),
+      target_(target),
+      watch_(worker) {
+}
+
+Result<TransferReport> UploadConversation::run() {
+    while (true) {
+        auto outcome =
+            worker_.server.run([this](Connection& connection) { return attempt(connection); });
+        if (outcome || outcome.error().kind != ErrorKind::file_changed ||
+            times_started_over_++ == most_starts_over) {
+            return outcome;
+        }
+        if (auto prepared = prepare_to_start_over(outcome.error()); !prepared) {
+            return prepared.error();
+        }
+    }
+}
+
+Result<void> UploadConversation::prepare_to_start_over(const Error& reason) {
+    watch_.starts_over(reason.text);
+    auto source = source_.reopened();
+    if (!source) {
+        return source.error();
+    }
+    source_ = *std::move(source);
+    suspect_ = true;
+    is_whole_ = false;
+    return {};
+}
+
+Result<TransferReport> UploadConversation::attempt(Connection& connection) {
+    const auto content = look(connection);
+    if (!content) {
+        return content.error();
+    }
+    const Entry* const there = (*content)->find(split(target_.path).name);
+    const auto& options = run_.options();
+    const UploadWay way = plan_upload(there, source_.stamp(), options.in_place,
+                                      is_forced() && !has_arrived(**content));
+    if (way == UploadWay::no_folder) {
+        return refusal(message::status_path_is_directory);
+    }
+    if (way == UploadWay::none) {
+        return arrived(connection);
+    }
+    if (options.dry_run) {
+        return TransferReport{.size = source_.stamp().size};
+    }
+    auto uploaded = way == UploadWay::aside ? upload_aside(connection, **content)
+                                            : upload_to(connection, target_, **content);
+    return uploaded ? arrived(connection) : uploaded.error();
+}
+
+// What all files of a batch share is good for the first look; after a break all may be different.
+Result<UploadConversation::Content> UploadConversation::look(Connection& connection) {
+    if (!looked_ && is_told_by_listings(target_.path)) {
+        looked_ = true;
+        return folders_.parent(connection, target_);
+    }
+    auto fresh = list_parent(connection, target_);
+    if (!fresh) {
+        return fresh.error();
+    }
+    if (!is_told_by_listings(target_.path)) {
+        const auto stamp = connection.download_file_prepare(target_, false);
+        if (stamp) {
+            fresh->add({false, std::string(split(target_.path).name), stamp->size, stamp->time});
+        } else if (stamp.error().kind != ErrorKind::refused) {
+            return stamp.error();
+        }
+    }
+    return Content(std::make_shared<FolderContent>(*std::move(fresh)));
+}
+
+Result<void> UploadConversation::upload_aside(Connection& connection,
+                                              const FolderContent& content) {
+    const RemotePath side = at(side_path(target_.path));
+    if (auto uploaded = upload_to(connection, side, content); !uploaded) {
+        return uploaded;
+    }
+    is_whole_ = true;
+    return connection.rename_path(side, target_.path);
+}
+
+Result<void> UploadConversation::upload_to(Connection& connection, const RemotePath& place,
+                                           const FolderContent& content) {
+    if (auto checked = check_leftovers(connection, place, content); !checked) {
+        return checked;
+    }
+    const auto start = begin(connection, place);
+    if (!start) {
+        return start.error();
+    }
+    watch_.goes_on(start->complete ? source_.stamp().size : start->offset, source_.stamp().size);
+    if (!start->complete) {
+        if (auto sent = sender_.send(connection, source_, start->offset, watch_); !sent) {
+            return sent;
+        }
+    }
+    is_whole_ = place.path == target_.path;
+    return start->complete ? Result<void>() : connection.upload_file_finish();
+}
+
+// After a break: whether all that was to happen did, though its last answer was lost.
+bool UploadConversation::has_arrived(const FolderContent& content) const {
+    return is_whole_ && !content.find(split(side_path(target_.path)).name);
+}
+
+// A prepare takes a temporary file of the full size for the whole file, and one that bears a side
+// name may be whole already: they are looked at before.
+Result<void> UploadConversation::check_leftovers(Connection& connection, const RemotePath& place,
+                                                 const FolderContent& content) {
+    const std::string name(split(place.path).name);
+    const std::string folder(split(place.path).folder);
+    for (const Entry& entry : content.longer(name, source_.stamp())) {
+        const auto good =
+            begins_like(connection, run_, at(folder + entry.name), source_.stamp().size, source_);
+        if (!good) {
+            return good.error();
+        }
+        if (!*good) {
+            suspect();
+        }
+    }
+    const Entry* const there = content.find(name);
+    if (!there || FileStamp{there->size, there->time} != source_.stamp()) {
+        return {};
+    }
+    const auto good = begins_like(connection, run_, place, source_.stamp().size, source_);
+    if (!good) {
+        return good.error();
+    }
+    return *good ? Result<void>() : connection.delete_path(place);
+}
+
+Result<UploadStart> UploadConversation::begin(Connection& connection, const RemotePath& place) {
+    std::int64_t checked = 0;
+    for (int round = 0; round < most_rounds; ++round) {
+        if (suspect_) {
+            if (auto discarded = discard_stored_part(connection, place); !discarded) {
+                return discarded.error();
+            }
+        }
+        auto start =
+            connection.upload_file_prepare(place, source_.stamp(), run_.options().encrypted);
+        if (!start || start->complete || start->offset == checked) {
+            return start;
+        }
+        const auto good = stored_part_is_good(connection, place, start->offset);
+        if (!good) {
+            return good.error();
+        }
+        if (*good) {
+            checked = start->offset;
+        } else {
+            suspect();
+        }
+    }
+    return refusal(message::status_file_in_use);
+}
+
+// The upload that has begun ends first, so that the part lies still. The name of the part is not
+// told: it is that of the files beside its target which has its size and time.
+Result<bool> UploadConversation::stored_part_is_good(Connection& connection,
+                                                     const RemotePath& place, std::int64_t size) {
+    if (auto ended = connection.cleanup_connection(); !ended) {
+        return ended.error();
+    }
+    const auto content = list_parent(connection, place);
+    if (!content) {
+        return content.error();
+    }
+    const auto [folder, name] = split(place.path);
+    const auto found = content->longer(name, {size, source_.stamp().time});
+    if (found.empty()) {
+        return begins_like(connection, run_, at(place.path + std::string(usual_suffix)), size,
+                           source_);
+    }
+    for (const Entry& entry : found) {
+        auto good =
+            begins_like(connection, run_, at(std::string(folder) + entry.name), size, source_);
+        if (!good || !*good) {
+            return good;
+        }
+    }
+    return true;
+}
+
+// The server throws a part away when a file of another time is announced, whatever its name is. An
+// empty file has no part, and would be finished.
+Result<void> UploadConversation::discard_stored_part(Connection& connection,
+                                                     const RemotePath& place) {
+    suspect_ = false;
+    if (source_.stamp().size == 0) {
+        return {};
+    }
+    const FileStamp other{source_.stamp().size, source_.stamp().time + 1};
+    if (const auto start = connection.upload_file_prepare(place, other, false); !start) {
+        return start.error();
+    }
+    return connection.cleanup_connection();
+}
+
+Result<TransferReport> UploadConversation::arrived(Connection& connection) {
+    TransferReport report = watch_.report();
+    report.size = source_.stamp().size;
+    report.already_there = !is_whole_;
+    if (!run_.options().verify || report.already_there) {
+        return report;
+    }
+    const auto wanted = source_.sha256();
+    const auto found = wanted ? remote_sha256(connection, run_, target_) : wanted;
+    if (!found) {
+        return found.error();
+    }
+    if (*found != *wanted) {
+        resend_ = true;
+        return differs("the file that was read back");
+    }
+    report.verified = true;
+    return report;
+}
+
+void UploadConversation::suspect() {
+    suspect_ = true;
+    watch_.starts_over(differs("what the server had stored").text);
+}
+
+RemotePath UploadConversation::at(std::string path) const {
+    return {target_.storage_id, target_.user_id, std::move(path)};
+}
+
+}  // namespace transmit::detail

@@ -1,0 +1,80 @@
+#include <filesystem>
+
+#include "client/batch.h"
+#include "client/detail/download_conversation.h"
+#include "client/detail/local_error.h"
+#include "client/detail/sink_download.h"
+#include "client/detail/small_downloads.h"
+
+namespace transmit {
+namespace {
+
+using detail::BatchRun;
+using detail::SmallDownloads;
+using detail::Worker;
+
+// Files that a worker takes at once, if they are small.
+constexpr std::size_t most_small_files = 64;
+
+// Small files of which a listing told all, and nothing is asked that needs care.
+bool is_small(const DownloadJob& job, const TransferOptions& options) {
+    return job.stamp && !job.sink && job.stamp->size <= SmallDownloads::small_size &&
+           !options.verify && !options.always && !options.dry_run;
+}
+
+Result<TransferReport> download(Worker& worker, const DownloadJob& job, int streams) {
+    return job.sink ? detail::SinkDownload(worker, job).run()
+                    : detail::DownloadConversation(worker, job, streams).run();
+}
+
+void work(Worker& worker, const std::vector<DownloadJob>& jobs) {
+    const auto& options = worker.run.options();
+    const int streams = jobs.size() == 1 ? std::max(options.streams, 1) : 1;
+    SmallDownloads small_downloads(worker, jobs);
+    const auto small = [&](std::size_t file) {
+        return is_small(jobs[file], options);
+    };
+    while (true) {
+        auto files = worker.run.take(small, most_small_files);
+        if (files.empty()) {
+            return;
+        }
+        if (small(files.front())) {
+            files = small_downloads.move(files);
+        }
+        for (const std::size_t file : files) {
+            worker.file = file;
+            worker.run.started(file);
+            worker.run.ended(file, download(worker, jobs[file], streams));
+        }
+    }
+}
+
+void make_folders(BatchRun& run, const std::vector<std::string>& folders) {
+    for (const std::string& folder : folders) {
+        std::error_code error;
+        std::filesystem::create_directories(folder, error);
+        if (error) {
+            run.refused({folder, detail::local_error(folder, "made", error.value())});
+        }
+    }
+}
+
+}  // namespace
+
+TransferSummary download_files(const Server& server, const DownloadBatch& batch,
+                               const TransferOptions& options, TransferObserver& observer) {
+    BatchRun run(server, batch.files.size(), options, observer);
+    for (const Refusal& refusal : batch.refused) {
+        run.refused(refusal);
+    }
+    return run.run(
+        [&](Worker&) {
+            if (!options.dry_run) {
+                make_folders(run, batch.folders);
+            }
+        },
+        [&](Worker& worker) { work(worker, batch.files); });
+}
+
+}  // namespace transmit

@@ -1,0 +1,94 @@
+#include <sys/stat.h>
+
+#include "client/batch.h"
+#include "client/detail/small_uploads.h"
+#include "client/detail/upload_conversation.h"
+
+namespace transmit {
+namespace {
+
+using detail::BatchRun;
+using detail::RemoteFolders;
+using detail::Worker;
+
+// Files that a worker takes at once, if they are small.
+constexpr std::size_t most_small_files = 32;
+constexpr std::size_t longest_path = 65'535;
+
+// Small files that nothing is known or asked about which needs care.
+bool is_small(const UploadJob& job, const TransferOptions& options) {
+    struct stat status {};
+    return !options.verify && !options.always && !options.dry_run && !job.source &&
+           job.target.path.size() <= longest_path && detail::is_told_by_listings(job.target.path) &&
+           stat(job.local_path.c_str(), &status) == 0 &&
+           status.st_size <= detail::UploadSender::small_size;
+}
+
+Result<TransferReport> upload(Worker& worker, RemoteFolders& folders, detail::UploadSender& sender,
+                              const UploadJob& job) {
+    auto source = job.source ? detail::SourceFile::spool(job.source)
+                             : detail::SourceFile::open(job.local_path);
+    if (!source) {
+        return source.error();
+    }
+    return detail::UploadConversation(worker, folders, sender, *std::move(source), job.target)
+        .run();
+}
+
+void work(Worker& worker, RemoteFolders& folders, const std::vector<UploadJob>& jobs) {
+    detail::UploadSender sender(worker.run);
+    detail::SmallUploads small_uploads(worker, folders, sender, jobs);
+    const auto small = [&](std::size_t file) {
+        return is_small(jobs[file], worker.run.options());
+    };
+    while (true) {
+        auto files = worker.run.take(small, most_small_files);
+        if (files.empty()) {
+            return;
+        }
+        if (small(files.front())) {
+            files = small_uploads.move(files);
+        }
+        for (const std::size_t file : files) {
+            worker.file = file;
+            worker.run.started(file);
+            worker.run.ended(file, upload(worker, folders, sender, jobs[file]));
+        }
+    }
+}
+
+void make_folders(Worker& worker, RemoteFolders& folders, const std::vector<RemotePath>& wanted) {
+    for (const RemotePath& folder : wanted) {
+        const auto made = worker.server.run([&](Connection& connection) -> Result<void> {
+            const auto content = folders.parent(connection, folder);
+            if (!content) {
+                return content.error();
+            }
+            const Entry* const there = (*content)->find(detail::split(folder.path).name);
+            return there && there->is_folder ? Result<void>() : connection.create_directory(folder);
+        });
+        if (!made) {
+            worker.run.refused({folder.path, made.error()});
+        }
+    }
+}
+
+}  // namespace
+
+TransferSummary upload_files(const Server& server, const UploadBatch& batch,
+                             const TransferOptions& options, TransferObserver& observer) {
+    BatchRun run(server, batch.files.size(), options, observer);
+    RemoteFolders folders;
+    for (const Refusal& refusal : batch.refused) {
+        run.refused(refusal);
+    }
+    return run.run(
+        [&](Worker& worker) {
+            if (!options.dry_run) {
+                make_folders(worker, folders, batch.folders);
+            }
+        },
+        [&](Worker& worker) { work(worker, folders, batch.files); });
+}
+
+}  // namespace transmit

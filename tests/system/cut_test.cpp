@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "tests/support/proxy.h"
+#include "tests/system/client_server_test.h"
+
+// Transfers of the client library through a line that breaks at random places, and go on: in the
+// end the file is there byte for byte, and what had come didn't travel twice.
+namespace {
+
+enum class Cut { reset, server_restart, silence, client_end };
+constexpr int kinds_of_cuts = 4;
+
+// TRANSMIT_HEAVY_TESTS=1 makes it 300 cuts, and holds the bytes that went twice to 1 %.
+bool is_heavy() {
+    const char* const wish = std::getenv("TRANSMIT_HEAVY_TESTS");
+    return wish && wish == std::string_view("1");
+}
+
+int cut_count() {
+    return is_heavy() ? 300 : 16;
+}
+
+class CutTest : public ClientServerTest {
+  protected:
+    std::uint64_t random_between(std::uint64_t least, std::uint64_t most) {
+        return std::uniform_int_distribution<std::uint64_t>(least, most)(generator);
+    }
+
+    void SetUp() override {
+        target.endpoint.port = proxy.port();
+        target.limits.silence = std::chrono::seconds(2);
+        target.limits.cancelled = [this] {
+            return client_ends.load();
+        };
+    }
+
+    void cut(Cut kind) {
+        switch (kind) {
+            case Cut::reset:
+                return proxy.cut();
+            case Cut::server_restart:
+                EXPECT_EQ(server.stop_by(SIGTERM), support::exited_with(0));
+                server.start();
+                return proxy.cut();
+            case Cut::silence:
+                return proxy.silence();
+            case Cut::client_end:
+                client_ends = true;
+                return;
+        }
+    }
+
+    // One file there or back, cut once; the bytes that went through more than its size.
+    std::int64_t transfer_with_a_cut(bool upload, Cut kind);
+    bool run(bool upload) { return (upload ? put(local, "f") : get("f", local)).complete(); }
+
+    std::mt19937 generator{20240305};
+    // Slower than who reads, as lines are: what has gone through has been read as a rule.
+    support::Proxy proxy{server.transmit_port(), {.bytes_per_second = 100'000'000}};
+    std::atomic<bool> client_ends = false;
+};
+
+std::int64_t CutTest::transfer_with_a_cut(bool upload, Cut kind) {
+    const auto size = random_between(8 << 20, 12 << 20);
+    const std::string bytes = support::random_bytes(size, generator());
+    stored_file::put(upload ? local : in_storage("f"), bytes, 1'000'000);
+    const std::uint64_t before = proxy.to_server() + proxy.to_client();
+    proxy.hold_after(random_between(1 << 20, size - 1000));
+    bool done = false;
+    std::thread client([&] { done = run(upload); });
+    EXPECT_TRUE(proxy.await_hold());
+    cut(kind);
+    client.join();
+    if (client_ends.exchange(false)) {
+        EXPECT_FALSE(done);
+        proxy.cut();
+        done = run(upload);
+    }
+    EXPECT_TRUE(done);
+    EXPECT_EQ(support::sha256_of_file(upload ? in_storage("f") : local), support::sha256(bytes));
+    std::filesystem::remove(local);
+    std::filesystem::remove(in_storage("f"));
+    return static_cast<std::int64_t>(proxy.to_server() + proxy.to_client() - before - size);
+}
+
+TEST_F(CutTest, NothingIsLostAndLittleGoesTwice) {
+    std::int64_t twice = 0;
+    for (int round = 0; round < cut_count(); ++round) {
+        const bool upload = round % 2 == 0;
+        const Cut kind = Cut(round / 2 % kinds_of_cuts);
+        SCOPED_TRACE(testing::Message() << "round " << round << (upload ? ": up, " : ": down, ")
+                                        << "cut " << static_cast<int>(kind));
+        options.encrypted = round % 3 == 0;
+        twice += transfer_with_a_cut(upload, kind);
+        ASSERT_FALSE(HasFailure());
+    }
+    EXPECT_TRUE(observer.starts_over.empty());
+    const std::int64_t all = static_cast<std::int64_t>(cut_count()) * (10 << 20);
+    // The heads of messages, the ends of enciphered blocks and the look at what was stored count
+    // too.
+    EXPECT_LE(twice, all / 50);
+    std::cout << cut_count()
+              << " cuts: " << 100.0 * static_cast<double>(twice) / static_cast<double>(all)
+              << " % more than the files\n";
+}
+
+}  // namespace
