@@ -36,14 +36,15 @@ ModelClient::ModelClient(const support::RunningServer& server, unsigned number)
 }
 
 void ModelClient::do_something() {
-    using Operation = void (ModelClient::*)();
+    using Operation = bool (ModelClient::*)();
     static constexpr std::array<Operation, 12> operations = {
         &ModelClient::upload,        &ModelClient::upload,   &ModelClient::upload,
         &ModelClient::download,      &ModelClient::download, &ModelClient::upload_with_a_break,
         &ModelClient::create_folder, &ModelClient::rename,   &ModelClient::remove,
         &ModelClient::list,          &ModelClient::list,     &ModelClient::look_around,
     };
-    (this->*operations.at(up_to(operations.size() - 1)))();
+    while (!(this->*operations.at(up_to(operations.size() - 1)))()) {
+    }
     ++operations_;
 }
 
@@ -58,22 +59,23 @@ void ModelClient::check_tree() {
     }
 }
 
-void ModelClient::upload() {
+bool ModelClient::upload() {
     const std::string path = some_path();
     if (!has_room_for(path) || is_folder(path)) {
-        return;
+        return false;
     }
     const Entry file = new_file();
     const bool encrypted = up_to(1) == 1;
     EXPECT_EQ(peer_->upload(announcement(path, file, encrypted), bytes_of(file)), status_ok);
     keep(path, file);
+    return true;
 }
 
 // The connection ends in the middle, and the next one goes on from what is stored.
-void ModelClient::upload_with_a_break() {
+bool ModelClient::upload_with_a_break() {
     const std::string path = some_path();
     if (!has_room_for(path) || is_folder(path)) {
-        return;
+        return false;
     }
     const Entry file = new_file();
     const request::Upload upload = announcement(path, file, false);
@@ -97,59 +99,66 @@ void ModelClient::upload_with_a_break() {
     }
     EXPECT_EQ(prepared.status, status_ok);
     keep(path, file);
+    return true;
 }
 
-void ModelClient::download() {
+bool ModelClient::download() {
     const std::string path = some_path();
     const auto found = tree_.find(path);
     if (found != tree_.end() && !found->second.is_folder) {
         check_file(path, found->second);
-        return;
+        return true;
     }
     const auto expected =
         found != tree_.end() ? message::status_path_is_directory : message::status_access_failed;
     EXPECT_EQ(peer_->prepare(request::Download{.path = on_server(path)}).status, expected);
+    return true;
 }
 
-void ModelClient::create_folder() {
+bool ModelClient::create_folder() {
     const std::string path = some_path();
     if (!has_room_for(path) || (tree_.contains(path) && !is_folder(path))) {
-        return;
+        return false;
     }
     EXPECT_EQ(peer_->ask(request::create_directory(on_server(path))), status_ok);
     keep(path, Entry{});
+    return true;
 }
 
 // A file to another name, which it replaces if there is a file.
-void ModelClient::rename() {
+bool ModelClient::rename() {
     const std::string from = some_path();
     const std::string to = some_path();
     if (from == to || !tree_.contains(from) || is_folder(from) || is_folder(to) ||
         !is_folder(parent_of(to))) {
-        return;
+        return false;
     }
     EXPECT_EQ(peer_->ask(request::rename_path(on_server(from), on_server(to))), status_ok);
     const Entry moved = tree_.at(from);
     tree_.erase(from);
     keep(to, moved);
+    return true;
 }
 
-void ModelClient::remove() {
+bool ModelClient::remove() {
     const std::string path = some_path();
     EXPECT_EQ(peer_->ask(request::delete_path(on_server(path))), status_ok);
     erase(path);
+    return true;
 }
 
-void ModelClient::list() {
+bool ModelClient::list() {
     check_folder(some_folder());
+    return true;
 }
 
-void ModelClient::look_around() {
+bool ModelClient::look_around() {
     EXPECT_GE(peer_->node_count(), 1);
     EXPECT_EQ(peer_->ask(request::set_transmit_speed(up_to(1) == 1 ? 4294967295 : 0)), status_ok);
     HttpPeer browser(server_.command_port());
     EXPECT_EQ(browser.get("/sys/transmit_statistics").status, "200 OK");
     EXPECT_EQ(browser.get("/sys/transmit_list").status, "200 OK");
+    return true;
 }
 
 std::string_view ModelClient::bytes_of(const Entry& file) {

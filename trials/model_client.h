@@ -36,14 +36,15 @@ class ModelClient {
     };
     using Tree = std::map<std::string, Entry>;  // by path
 
-    void upload();
-    void upload_with_a_break();
-    void download();
-    void create_folder();
-    void rename();
-    void remove();
-    void list();
-    void look_around();
+    // The operations; false, with nothing done: what was drawn isn't valid.
+    bool upload();
+    bool upload_with_a_break();
+    bool download();
+    bool create_folder();
+    bool rename();
+    bool remove();
+    bool list();
+    bool look_around();
 
     static std::string_view bytes_of(const Entry& file);
     std::string on_server(const std::string& path) const { return folder_ + "/" + path; }
