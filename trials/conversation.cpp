@@ -33,6 +33,7 @@ Conversation::Conversation(support::RunningServer& server, std::string folder, E
 }
 
 void Conversation::run() {
+    perform([&] { await_solitude(); });
     perform([&] { create_folder("deep/er"); });
     perform([&] { upload("a", first_content, 1000); });
     perform([&] { upload("a", first_content, 1000); });
@@ -93,10 +94,10 @@ void Conversation::upload(const std::string& name, const std::string& bytes, std
         EXPECT_TRUE(support::read_file(on_disk(name + ".tcp")) == bytes.substr(0, stored));
         status = send_rest(bytes.substr(stored));
     }
-    expect(
-        "upload", status, status_ok,
-        {status_acquire_event_failed, status_create_directory_failed, status_open_write_failed,
-         status_write_failed, status_rename_failed, status_delete_failed, status_file_incomplete});
+    expect("upload", status, status_ok,
+           {status_acquire_event_failed, status_create_directory_failed, status_open_write_failed,
+            status_write_failed, status_rename_failed, status_delete_failed, status_file_incomplete,
+            status_file_in_use});
     if (status == status_ok) {
         EXPECT_TRUE(support::read_file(on_disk(name)) == bytes) << "wrong bytes in " << name;
         EXPECT_TRUE(excuses_.file_facts || stored_file::time_of(on_disk(name)) == time);
@@ -129,6 +130,11 @@ void Conversation::break_off_upload(const std::string& name, const std::string& 
     }
     // The connection ends, and with it the upload.
     peer_ = std::make_unique<Peer>(server_.transmit_port());
+    await_solitude();
+}
+
+// Until the connections before this one have ended, on the server's side too.
+void Conversation::await_solitude() {
     EXPECT_TRUE(await([&] { return peer_->node_count() == 1; }));
 }
 

@@ -40,6 +40,7 @@ class Conversation {
     bool is_excused() const { return excuses_.failure(); }
     std::string on_disk(const std::string& name) const;
 
+    void await_solitude();
     void create_folder(const std::string& name);
     void upload(const std::string& name, const std::string& bytes, std::int64_t time);
     message::Status send_rest(const std::string& bytes);
