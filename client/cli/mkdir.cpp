@@ -7,7 +7,7 @@ namespace transmit::cli {
 
 ExitCode mkdir(const Common& common, const std::vector<std::string>& names) {
     const auto create = [&](RetryingConnection& server, const RemotePath& path) {
-        const auto created = server.run(
+        auto created = server.run(
             [&path](Connection& connection) { return connection.create_directory(path); });
         if (created && common.json) {
             print_line({{"event", "created"}, {"path", path.path}});

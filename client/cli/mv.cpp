@@ -33,7 +33,7 @@ ExitCode mv(const Common& common, const std::string& old_name, const std::string
         return ExitCode::usage;
     }
     const auto rename = [&](RetryingConnection& server, const RemotePath& old_path) {
-        const auto renamed = server.run(
+        auto renamed = server.run(
             [&](Connection& connection) { return connection.rename_path(old_path, *path); });
         if (renamed && common.json) {
             print_line({{"event", "renamed"}, {"path", old_path.path}, {"new_path", *path}});

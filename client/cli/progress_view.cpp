@@ -14,7 +14,7 @@ constexpr std::size_t shortest_name = 10;
 constexpr std::size_t shortest_bar = 10;
 constexpr std::size_t longest_bar = 40;
 
-std::string padded_left(std::string text, std::size_t width) {
+std::string padded_left(const std::string& text, std::size_t width) {
     const auto used = columns(text);
     return std::string(width > used ? width - used : 0, ' ') + text;
 }
