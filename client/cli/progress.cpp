@@ -1,7 +1,6 @@
 #include "client/cli/progress.h"
 
 #include <algorithm>
-#include <cassert>
 
 namespace transmit::cli {
 namespace {
@@ -41,25 +40,21 @@ BatchProgress::BatchProgress(std::vector<BatchFile> files, Clock::time_point now
     }
 }
 
-void BatchProgress::start(std::size_t file, Clock::time_point now) {
-    running_.push_back({file, 0, files_[file].size.value_or(0), SpeedWindow(now), {}});
-}
-
 // What was there before, and what is sent once more, is no speed.
 void BatchProgress::advance(std::size_t file, std::int64_t done, std::int64_t total,
                             std::int64_t already, Clock::time_point now) {
-    RunningFile& running = at(file);
-    const std::int64_t moved = std::max<std::int64_t>(0, done - std::max(running.done, already));
-    running.done = done;
-    running.total = total;
-    running.speed.add(moved, now);
-    running.hindrance.reset();
+    RunningFile& one = running(file, now);
+    const std::int64_t moved = std::max<std::int64_t>(0, done - std::max(one.done, already));
+    one.done = done;
+    one.total = total;
+    one.speed.add(moved, now);
+    one.hindrance.reset();
     speed_.add(moved, now);
     set_size(file, total);
 }
 
-void BatchProgress::hinder(std::size_t file, Hindrance hindrance) {
-    at(file).hindrance = std::move(hindrance);
+void BatchProgress::hinder(std::size_t file, Hindrance hindrance, Clock::time_point now) {
+    running(file, now).hindrance = std::move(hindrance);
 }
 
 void BatchProgress::finish(std::size_t file, std::int64_t size) {
@@ -87,11 +82,13 @@ std::chrono::seconds BatchProgress::elapsed(Clock::time_point now) const {
     return std::chrono::duration_cast<std::chrono::seconds>(now - start_);
 }
 
-RunningFile& BatchProgress::at(std::size_t file) {
+RunningFile& BatchProgress::running(std::size_t file, Clock::time_point now) {
     const auto found = std::find_if(running_.begin(), running_.end(),
                                     [file](const RunningFile& one) { return one.file == file; });
-    assert(found != running_.end());
-    return *found;
+    return found != running_.end()
+               ? *found
+               : running_.emplace_back(
+                     RunningFile{file, 0, files_[file].size.value_or(0), SpeedWindow(now), {}});
 }
 
 void BatchProgress::set_size(std::size_t file, std::int64_t size) {

@@ -62,11 +62,12 @@ class BatchProgress {
   public:
     BatchProgress(std::vector<BatchFile> files, Clock::time_point now);
 
-    void start(std::size_t file, Clock::time_point now);
+    // What is told of a file that isn't running starts it.
+    void start(std::size_t file, Clock::time_point now) { running(file, now); }
     // `done` of `total` bytes; `already` of them were there before this run.
     void advance(std::size_t file, std::int64_t done, std::int64_t total, std::int64_t already,
                  Clock::time_point now);
-    void hinder(std::size_t file, Hindrance hindrance);
+    void hinder(std::size_t file, Hindrance hindrance, Clock::time_point now);
     void finish(std::size_t file, std::int64_t size);
     void fail(std::size_t file);
 
@@ -84,7 +85,7 @@ class BatchProgress {
     std::chrono::seconds elapsed(Clock::time_point now) const;
 
   private:
-    RunningFile& at(std::size_t file);
+    RunningFile& running(std::size_t file, Clock::time_point now);
     void set_size(std::size_t file, std::int64_t size);
     void forget(std::size_t file);
 

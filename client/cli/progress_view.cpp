@@ -112,7 +112,11 @@ BarLine file_line(const BatchProgress& progress, const RunningFile& file, Clock:
                           : BarLine{moving_line(progress, file, now, width)};
 }
 
-std::string file_count(const BatchProgress& progress) {
+// What a line of the whole begins with.
+std::string label(const BatchProgress& progress) {
+    if (progress.files() == 1) {
+        return shown(progress.name(0));
+    }
     std::string text =
         std::to_string(progress.finished()) + " of " + counted(progress.files(), "file");
     if (progress.failed() > 0) {
@@ -122,7 +126,7 @@ std::string file_count(const BatchProgress& progress) {
 }
 
 std::string total_line(const BatchProgress& progress, Clock::time_point now, std::size_t width) {
-    return bar_line(file_count(progress), progress.done(), progress.total(),
+    return bar_line(label(progress), progress.done(), progress.total(),
                     progress.bytes_per_second(now), width);
 }
 
@@ -135,7 +139,7 @@ std::vector<BarLine> progress_bars(const BatchProgress& progress, Clock::time_po
     for (std::size_t index = 0; index < std::min(running.size(), most_files); ++index) {
         lines.push_back(file_line(progress, running[index], now, width));
     }
-    if (progress.files() > 1) {
+    if (progress.files() > 1 || running.empty()) {
         lines.push_back({total_line(progress, now, width)});
     }
     return lines;
@@ -143,9 +147,9 @@ std::vector<BarLine> progress_bars(const BatchProgress& progress, Clock::time_po
 
 std::string progress_line(const BatchProgress& progress, Clock::time_point now) {
     const double speed = progress.bytes_per_second(now);
-    std::string line = progress.files() == 1 ? shown(progress.name(0)) : file_count(progress);
-    line += ", " + percent(share(progress.done(), progress.total())) + " of " +
-            shown_size(static_cast<double>(progress.total())) + ", " + speed_text(speed);
+    std::string line = label(progress) + ", " + percent(share(progress.done(), progress.total())) +
+                       " of " + shown_size(static_cast<double>(progress.total())) + ", " +
+                       speed_text(speed);
     if (const auto left = time_left(progress.total() - progress.done(), speed); !left.empty()) {
         line += ", " + left;
     }

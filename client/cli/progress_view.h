@@ -16,7 +16,7 @@ struct BarLine {
 };
 
 // The block that a terminal of so many columns shows: a line for each of the first three running
-// files, and a total if the batch has more than one file. No line is wider than `width`.
+// files, and one for the whole if that isn't the same. No line is wider than `width`.
 std::vector<BarLine> progress_bars(const BatchProgress& progress, Clock::time_point now,
                                    std::size_t width);
 

@@ -51,7 +51,7 @@ void TransferReporter::progressed(std::size_t file, const Progress& moved) {
 
 void TransferReporter::stalled(std::size_t file) {
     display_.update([&](BatchProgress& progress, Clock::time_point now) {
-        progress.hinder(file, {"stalled", now - WaitLimits().stall, {}, {}});
+        progress.hinder(file, {"stalled", now - WaitLimits().stall, {}, {}}, now);
     });
     if (common_.verbose) {
         say(file, "stalled");
@@ -64,7 +64,7 @@ void TransferReporter::retrying(std::size_t file, const Error& reason,
     display_.update([&](BatchProgress& progress, Clock::time_point now) {
         const Hindrance hindrance{reason.text, {}, now + pause, now + left};
         text = hindrance_text(hindrance, now);
-        progress.hinder(file, hindrance);
+        progress.hinder(file, hindrance, now);
     });
     if (common_.json) {
         Json event = with_error(object("retry", names_[file]), reason);

@@ -1,0 +1,199 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/child_process.h"
+#include "tests/support/files.h"
+#include "tests/support/raw_socket.h"
+#include "tests/support/running_server.h"
+#include "tests/support/temporary_folder.h"
+
+// The program `transmit` as people and scripts use it.
+namespace {
+
+using support::ChildProcess;
+using support::exited_with;
+
+using Words = std::vector<std::string>;
+
+struct Outcome {
+    int code = -1;
+    std::string output;  // of both standard streams
+};
+
+constexpr auto in_terminal = ChildProcess::Stdio::terminal;
+
+class ClientProgram : public testing::Test {
+  protected:
+    ClientProgram() {
+        write_settings("server = 127.0.0.1:" + std::to_string(server.transmit_port()) + "\n");
+        support::write_file(here("report.pdf"), report);
+    }
+
+    void TearDown() override { EXPECT_EQ(server.stop(), exited_with(0)); }
+
+    void write_settings(const std::string& text) const {
+        support::write_file(folder.path() + "transmit/config.ini", text);
+    }
+    std::string here(const std::string& name) const { return folder.path() + "here/" + name; }
+
+    // A line of shell in the folder `here`.
+    ChildProcess start(const std::string& line,
+                       ChildProcess::Stdio stdio = ChildProcess::Stdio::pipes) const {
+        return ChildProcess("/bin/sh",
+                            {"sh", "-c",
+                             "export TERM=xterm XDG_CONFIG_HOME=" + folder.path() +
+                                 " PATH=" TRANSMIT_DIST ":$PATH; unset NO_COLOR; " + line},
+                            here(""), stdio);
+    }
+
+    Outcome run(const std::string& line) const {
+        ChildProcess program = start(line);
+        program.close_input();
+        const auto status = program.await_exit();
+        return {status.code, program.output()};
+    }
+
+    const std::string report = support::random_bytes(300'000, 1);
+    support::TemporaryFolder folder;
+    support::RunningServer server;
+};
+
+TEST_F(ClientProgram, MovesFilesAndTreesAndKnowsThemAgain) {
+    support::write_file(here("photos/a b/1.jpg"), "one");
+    support::write_file(here("photos/2.jpg"), "two");
+    EXPECT_EQ(run("transmit put -q report.pdf /docs/ 2>&1").output, "");
+    EXPECT_EQ(run("transmit --json put -r photos /backup").code, 0);
+    EXPECT_EQ(run("transmit ls -R").output,
+              "/backup/\n/docs/\n/backup/2.jpg\n/backup/a b/\n/backup/a b/1.jpg\n"
+              "/docs/report.pdf\n");
+    EXPECT_NE(run("transmit put -r photos /backup 2>&1").output.find("2 there already"),
+              std::string::npos);
+    EXPECT_EQ(run("transmit put report.pdf /docs/new -n").output, "report.pdf -> /docs/new\n");
+    EXPECT_EQ(run("transmit get -r /backup got").code, 0);
+    EXPECT_EQ(support::read_file(here("got/a b/1.jpg")), "one");
+    EXPECT_EQ(run("transmit get /docs/report.pdf got").code, 0);
+    EXPECT_EQ(support::read_file(here("got/report.pdf")), report);
+    EXPECT_EQ(run("echo piped | transmit put - /docs/piped && transmit get /docs/piped -").output,
+              "piped\n");
+    EXPECT_EQ(run("transmit mv /docs/piped /backup/ && transmit ls /backup").output,
+              "2.jpg\na b/\npiped\n");
+    EXPECT_EQ(run("transmit rm /backup/piped && transmit rm -r /backup && transmit ls").output,
+              "docs/\n");
+}
+
+TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
+    struct Case {
+        const char* line;
+        int code;
+        const char* says;
+    };
+    const std::string nobody =
+        "transmit ls 127.0.0.1:" + std::to_string(support::free_port()) + "/1/";
+    for (const Case& one : {
+             Case{"transmit", 2, "which command?"},
+             Case{"transmit send", 2, "send is no command"},
+             Case{"transmit put --sneed", 2, "transmit put --help"},
+             Case{"transmit put -j 0 report.pdf", 2, "--jobs"},
+             Case{"transmit ls docs", 2, "a path on the server begins with /"},
+             Case{"transmit stat '/a\\b'", 2, "separator"},
+             Case{"transmit put - /", 2, "needs the name"},
+             Case{"transmit ls /none", 3, "the path doesn't exist"},
+             Case{"transmit get /none", 4, "the path doesn't exist"},
+             Case{"transmit put none /", 4, "none can't be read: No such file"},
+             Case{"transmit rm /none", 4, "the path doesn't exist"},
+             Case{"transmit put report.pdf none /", 6, "none can't be read"},
+             Case{"transmit put . /", 1, "-r sends folders"},
+             Case{"transmit put report.pdf ./report.pdf /", 6, "goes to the same place"},
+             Case{"transmit ls --storage 9", 1, "\"transmit storages\" lists the ids"},
+             Case{nobody.c_str(), 7, "Connection refused. See that the server runs"},
+         }) {
+        const Outcome outcome = run(std::string(one.line) + " 2>&1");
+        EXPECT_EQ(outcome.code, one.code) << one.line << ": " << outcome.output;
+        EXPECT_NE(outcome.output.find(one.says), std::string::npos)
+            << one.line << ": " << outcome.output;
+    }
+}
+
+TEST_F(ClientProgram, TakesDefaultsFromItsSettings) {
+    write_settings("server = 127.0.0.1:1\nstorage = 9\nverify = true\n");
+    const std::string port = std::to_string(server.transmit_port());
+    EXPECT_EQ(run("transmit ls").code, 7);
+    EXPECT_EQ(run("transmit ls --server :" + port).code, 1);
+    EXPECT_EQ(run("transmit --server :" + port + " ls --storage 1").code, 0);
+    EXPECT_EQ(run("transmit put report.pdf 127.0.0.1:" + port + "/1/docs/").code, 0);
+    write_settings("sever = 127.0.0.1\n");
+    const Outcome outcome = run("transmit ls 2>&1");
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_NE(outcome.output.find("sever is the name of no option"), std::string::npos);
+}
+
+TEST_F(ClientProgram, WritesJsonAloneOnItsStandardOutput) {
+    const Outcome outcome =
+        run("transmit put --json --progress line report.pdf none /docs/; transmit ls --json /docs; "
+            "transmit stat --json /docs; transmit storages --json; transmit nodes --json; "
+            "transmit rm --json /docs/report.pdf");
+    std::vector<std::string> kinds;
+    std::istringstream lines(outcome.output);
+    for (std::string line; std::getline(lines, line);) {
+        const auto object = nlohmann::json::parse(line, nullptr, false);
+        ASSERT_TRUE(object.is_object()) << line;
+        kinds.push_back(object.value("event", object.begin().key()));
+    }
+    std::sort(kinds.begin(), kinds.begin() + 2);
+    EXPECT_EQ(kinds,
+              (Words{"done", "failed", "summary", "path", "path", "id", "nodes", "removed"}));
+}
+
+TEST_F(ClientProgram, InAPipePrintsWholeLines) {
+    for (const char* line : {"transmit -v put report.pdf /a 2>&1 >/dev/null",
+                             "transmit put --progress bar report.pdf /b 2>&1"}) {
+        const Outcome outcome = run(line);
+        EXPECT_EQ(outcome.output.find_first_of("\r\033"), std::string::npos) << outcome.output;
+        EXPECT_NE(outcome.output.find("transmit: 1 file sent, 293.0 KiB in "), std::string::npos)
+            << outcome.output;
+        EXPECT_TRUE(outcome.output.ends_with("/s\n")) << outcome.output;
+    }
+}
+
+// A server that has stopped takes connections and answers nothing.
+TEST_F(ClientProgram, ShowsBarsOnATerminalAndGoesOnAfterAnInterrupt) {
+    server.process().send_signal(SIGSTOP);
+    ChildProcess program = start("exec transmit put report.pdf /docs/", in_terminal);
+    EXPECT_TRUE(program.await_output("report.pdf")) << program.output();
+    EXPECT_TRUE(program.await_output("[>"));
+    program.resize(50);
+    program.clear_output();
+    EXPECT_TRUE(program.await_output("0 %       0 B/s\033[K"));
+    program.send_signal(SIGUSR1);
+    EXPECT_TRUE(program.await_output("transmit: report.pdf, 0 % of 293.0 KiB"));
+    program.write_input("\x03");
+    EXPECT_TRUE(program.await_output("This goes on: transmit put report.pdf /docs/"))
+        << program.output();
+    EXPECT_EQ(program.await_exit(), exited_with(130));
+    ChildProcess other = start("exec transmit put report.pdf /docs/", in_terminal);
+    EXPECT_TRUE(other.await_output("report.pdf"));
+    other.send_signal(SIGTERM);
+    EXPECT_EQ(other.await_exit(), exited_with(143));
+    server.process().send_signal(SIGCONT);
+    EXPECT_EQ(run("transmit put report.pdf /docs/").code, 0);
+    EXPECT_EQ(support::read_file(server.storage_folder() + "docs/report.pdf"), report);
+}
+
+TEST_F(ClientProgram, AsksBeforeItDeletes) {
+    EXPECT_EQ(run("transmit put report.pdf /docs/").code, 0);
+    for (const bool agreed : {false, true}) {
+        ChildProcess program = start("exec transmit rm -r /docs", in_terminal);
+        EXPECT_TRUE(program.await_output("Delete the folder /docs with all it holds? [y/N] "));
+        program.write_input(agreed ? "y\n" : "\n");
+        EXPECT_EQ(program.await_exit(), exited_with(0));
+        EXPECT_EQ(run("transmit stat /docs").code, agreed ? 4 : 0);
+    }
+}
+
+}  // namespace
