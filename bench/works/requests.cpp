@@ -10,7 +10,7 @@ namespace bench {
 namespace {
 
 constexpr int single_count = 20'000;
-constexpr int ahead_count = 512'000;
+constexpr int ahead_count = 128'000;
 
 // How many requests the latency is taken of, beside how many downloads.
 constexpr int timed_count = 3000;
