@@ -2,6 +2,8 @@
 
 #include <libxml/parserInternals.h>
 
+#include <new>
+
 #include <algorithm>
 
 namespace Kestin::Base::detail {
@@ -103,8 +105,11 @@ std::string XmlWriter::get_document() {
         close_child();
     }
     if (state_ == State::top) {
-        xmlTextWriterEndDocument(writer_);
-        xmlTextWriterFlush(writer_);
+        // An element whose beginning the library had no memory to remember shows only now, when
+        // there is one less to close.
+        if (xmlTextWriterEndElement(writer_) < 0 || xmlTextWriterEndDocument(writer_) < 0) {
+            throw std::bad_alloc();
+        }
         state_ = State::ended;
     }
     const auto* text = reinterpret_cast<const char*>(xmlBufferContent(text_));

@@ -24,7 +24,7 @@ class XmlWriter : private Uncopy {
     bool add_child_element(const char* name, const char* value);
     bool add_child_attribute(const char* name, const std::string& value);
 
-    // Closes what is open.
+    // Closes what is open. Throws std::bad_alloc if the document is broken for lack of memory.
     std::string get_document();
 
   private:
