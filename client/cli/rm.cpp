@@ -42,7 +42,7 @@ Result<void> remove(const Common& common, const RemoveCommand& command, Retrying
         if (!command.unasked && can_ask() && !asked(question(*entry, path))) {
             return {};
         }
-        const auto removed =
+        auto removed =
             server.run([&path](Connection& connection) { return connection.delete_path(path); });
         if (!removed) {
             return removed;

@@ -14,7 +14,7 @@ WaitLimits wait_limits(const Common& common) {
 
 RetryingConnection connect_once(const Common& common, const Endpoint& endpoint) {
     RetryPolicy once;
-    once.time_limit = once.time_limit.zero();
+    once.time_limit = std::chrono::milliseconds::zero();
     return RetryingConnection(endpoint, wait_limits(common), once);
 }
 

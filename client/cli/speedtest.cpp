@@ -1,4 +1,6 @@
 #include <cstdio>
+#include <iomanip>
+#include <sstream>
 
 #include "client/cli/commands.h"
 #include "client/cli/json.h"
@@ -21,9 +23,9 @@ void tell(const Common& common, const char* name, const char* unit, double value
 
 void tell_round_trip(const Common& common, std::chrono::nanoseconds time) {
     const auto seconds = std::chrono::duration<double>(time).count();
-    char text[32];
-    std::snprintf(text, sizeof text, "%.3f ms", 1000 * seconds);
-    tell(common, "round trip", "seconds", seconds, text);
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(3) << 1000 * seconds << " ms";
+    tell(common, "round trip", "seconds", seconds, text.str());
 }
 
 void tell_speed(const Common& common, const char* name, const LinkSpeed& speed) {

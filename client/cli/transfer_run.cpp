@@ -29,7 +29,7 @@ BatchProgress progress_of(const TransferPlan& plan) {
     for (const PlannedFile& file : plan.files) {
         files.push_back({file.names.source, file.size});
     }
-    return BatchProgress(std::move(files), Clock::now());
+    return {std::move(files), Clock::now()};
 }
 
 std::vector<TransferNames> names_of(const TransferPlan& plan) {

@@ -101,13 +101,13 @@ std::string zsh_options(const Options& options) {
         if (!option.value.empty()) {
             value = ":" + zsh_escaped(option.value) + ":(" + joined(option.choices(), " ") + ")";
         }
+        const std::string alternatives = "(" + joined(option.names, " ") + ")";
+        const std::string tail = "[" + zsh_escaped(brief(option.text)) + "]" + value;
         for (const std::string& name : option.names) {
             const bool spelled_out = name.starts_with("--") && !option.value.empty();
-            lines +=
-                "        " +
-                quoted("(" + joined(option.names, " ") + ")" + name + (spelled_out ? "=" : "") +
-                       "[" + zsh_escaped(brief(option.text)) + "]" + value) +
-                "\n";
+            std::string spec = alternatives + name;
+            spec.append(spelled_out ? "=" : "").append(tail);
+            lines.append("        ").append(quoted(spec)).append("\n");
         }
     }
     return lines;
