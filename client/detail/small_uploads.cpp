@@ -7,57 +7,44 @@
 
 namespace transmit::detail {
 
+namespace {
+
+// What one write holds: enough that writes don't count, little enough that memory doesn't either.
+constexpr std::size_t write_size = 1UL << 20;
+
+}  // namespace
+
 std::vector<std::size_t> SmallUploads::move(const std::vector<std::size_t>& files) {
-    const auto connection = worker_.server.connect();
-    if (!connection) {
+    const auto connected = worker_.server.connect();
+    if (!connected) {
         return files;
     }
+    Connection& connection = **connected;
     left_.clear();
-    std::optional<Staged> current;
-    auto file = files.begin();
-    while ((current || file != files.end()) && (*connection)->is_open()) {
-        std::optional<Staged> next;
-        while (!next && file != files.end()) {
-            next = stage(**connection, *file++);
+    auto staged = stage_all(connection, files);
+    while (!staged.empty()) {
+        auto sent = send_some(connection, staged);
+        while (!sent.empty()) {
+            const auto concluded = conclude(connection, sent.front());
+            if (!concluded || !*concluded) {
+                left_.push_back(sent.front().file);
+            }
+            sent.erase(sent.begin());
         }
-        if (!move_on(**connection, current, next)) {
-            (*connection)->close();
-            leave(current);
-            leave(next);
-            break;
-        }
-        current = std::move(next);
-    }
-    left_.insert(left_.end(), file, files.end());
-    if (std::exchange(is_claimed_, false) && (*connection)->is_open()) {
-        // A failure shows itself to who uses the connection next.
-        (void)(*connection)->cleanup_connection();
     }
     return std::move(left_);
 }
 
-// One round trip. A file that isn't ready has been left already.
-Result<void> SmallUploads::move_on(Connection& connection, std::optional<Staged>& current,
-                                   std::optional<Staged>& next) {
-    if (auto sent = send(connection, current, next); !sent) {
-        return sent;
-    }
-    if (current) {
-        if (auto concluded = conclude(connection, *current); !concluded) {
-            return concluded;
-        }
-        current.reset();
-    }
-    if (next) {
-        if (auto answered = await_readiness(connection, *next); !answered) {
-            return answered;
-        }
-        if (!next->ready) {
-            leave(next);
-            next.reset();
+// Ahead of all sending, since it may ask the server for a listing.
+std::vector<SmallUploads::Staged> SmallUploads::stage_all(Connection& connection,
+                                                          const std::vector<std::size_t>& files) {
+    std::vector<Staged> staged;
+    for (const std::size_t file : files) {
+        if (auto one = stage(connection, file)) {
+            staged.push_back(*std::move(one));
         }
     }
-    return {};
+    return staged;
 }
 
 std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, std::size_t file) {
@@ -84,61 +71,71 @@ std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, 
     return Staged{file, *std::move(source)};
 }
 
-Result<void> SmallUploads::send(Connection& connection, const std::optional<Staged>& current,
-                                const std::optional<Staged>& next) {
+// Takes what goes into one write from the front, and sends it.
+std::vector<SmallUploads::Staged> SmallUploads::send_some(Connection& connection,
+                                                          std::vector<Staged>& staged) {
+    const std::size_t bound = worker_.run.step(write_size);
     Wire& wire = connection.wire();
     wire.hold();
-    if (current) {
-        const auto blocks = sender_.blocks_of(current->source);
-        if (!blocks) {
-            return blocks.error();
+    std::vector<Staged> sent;
+    std::size_t size = 0;
+    auto place = staged.begin();
+    for (; place != staged.end() && size < bound; ++place) {
+        if (send(connection, *place)) {
+            size += static_cast<std::size_t>(place->source.stamp().size);
+            sent.push_back(std::move(*place));
+        } else {
+            left_.push_back(place->file);
         }
-        const auto size = static_cast<std::size_t>(current->source.stamp().size);
-        if (auto turn = worker_.run.wait_for_turn(size); !turn) {
-            return turn;
+    }
+    staged.erase(staged.begin(), place);
+    if (!worker_.run.wait_for_turn(size)) {
+        connection.close();
+    }
+    // What can't be sent has no answer: the careful way tells why.
+    (void)wire.release();
+    return sent;
+}
+
+// Into the write that is held. False if the source changed or can't be read.
+bool SmallUploads::send(Connection& connection, const Staged& staged) {
+    const auto blocks = sender_.blocks_of(staged.source);
+    if (!blocks) {
+        return false;
+    }
+    const RemotePath& target = jobs_[staged.file].target;
+    (void)connection.wire().send_request<message::UploadFilePrepare>(
+        upload_prepare(target, staged.source.stamp(), worker_.run.options().encrypted),
+        target.path);
+    (void)connection.upload_file_data(*blocks);
+    (void)connection.wire().send_request<message::UploadFileFinish>({});
+    return true;
+}
+
+// True if the file is in its place. Blocks of an upload that didn't begin are each answered.
+Result<bool> SmallUploads::conclude(Connection& connection, const Staged& sent) {
+    worker_.file = sent.file;
+    Wire& wire = connection.wire();
+    const auto prepared = wire.receive_response<message::UploadFilePrepare>();
+    if (!prepared) {
+        return prepared.error();
+    }
+    message::PlainResponse answer{};
+    do {
+        if (auto received = wire.receive(&answer, sizeof answer); !received) {
+            return received.error();
         }
-        (void)connection.upload_file_data(*blocks);
-        (void)wire.send_request<message::UploadFileFinish>({});
+        message::to_host_order(answer);
+    } while (answer.type == message::UploadFileData::response_type);
+    if (answer.type != message::UploadFileFinish::response_type) {
+        return wire.wrong_type(message::UploadFileFinish::response_type, answer.type);
     }
-    if (next) {
-        const RemotePath& target = jobs_[next->file].target;
-        (void)wire.send_request<message::UploadFilePrepare>(
-            upload_prepare(target, next->source.stamp(), worker_.run.options().encrypted),
-            target.path);
+    if (answer.status != message::status_ok) {
+        return false;
     }
-    return wire.release();
-}
-
-Result<void> SmallUploads::conclude(Connection& connection, const Staged& current) {
-    const auto answer = connection.wire().receive_response<message::UploadFileFinish>();
-    if (!answer) {
-        return answer.error();
-    }
-    if (answer->record.status != message::status_ok) {
-        left_.push_back(current.file);
-        return {};
-    }
-    const std::int64_t size = current.source.stamp().size;
-    worker_.run.ended(current.file, TransferReport{.size = size, .moved = size});
-    return {};
-}
-
-Result<void> SmallUploads::await_readiness(Connection& connection, Staged& next) {
-    worker_.file = next.file;
-    const auto answer = connection.wire().receive_response<message::UploadFilePrepare>();
-    if (!answer) {
-        return answer.error();
-    }
-    const bool has_begun = answer->record.status == message::status_file_incomplete;
-    next.ready = has_begun && answer->record.offset == 0;
-    is_claimed_ = has_begun && !next.ready;
-    return {};
-}
-
-void SmallUploads::leave(const std::optional<Staged>& staged) {
-    if (staged) {
-        left_.push_back(staged->file);
-    }
+    const std::int64_t size = sent.source.stamp().size;
+    worker_.run.ended(sent.file, TransferReport{.size = size, .moved = size});
+    return true;
 }
 
 }  // namespace transmit::detail

@@ -12,9 +12,9 @@
 
 namespace transmit::detail {
 
-// Sends small files of which the server has nothing, one round trip each: the data and the finish
-// of one go out in one write with the prepare of the next. Whatever isn't as expected is left to
-// the careful way.
+// Sends small files of which the server has nothing, whole runs of them with one write: prepare,
+// data and finish of each, before the answers of the former have come. Whatever isn't as expected
+// is left to the careful way.
 class SmallUploads {
   public:
     // All must outlive the object.
@@ -29,24 +29,19 @@ class SmallUploads {
     struct Staged {
         std::size_t file;
         SourceFile source;
-        bool ready = false;  // the server waits for its data
     };
 
-    Result<void> move_on(Connection& connection, std::optional<Staged>& current,
-                         std::optional<Staged>& next);
+    std::vector<Staged> stage_all(Connection& connection, const std::vector<std::size_t>& files);
     std::optional<Staged> stage(Connection& connection, std::size_t file);
-    Result<void> send(Connection& connection, const std::optional<Staged>& current,
-                      const std::optional<Staged>& next);
-    Result<void> conclude(Connection& connection, const Staged& current);
-    Result<void> await_readiness(Connection& connection, Staged& next);
-    void leave(const std::optional<Staged>& staged);
+    std::vector<Staged> send_some(Connection& connection, std::vector<Staged>& staged);
+    bool send(Connection& connection, const Staged& staged);
+    Result<bool> conclude(Connection& connection, const Staged& sent);
 
     Worker& worker_;
     RemoteFolders& folders_;
     UploadSender& sender_;
     const std::vector<UploadJob>& jobs_;
     std::vector<std::size_t> left_;
-    bool is_claimed_ = false;  // an upload has begun that isn't to be gone on with here
 };
 
 }  // namespace transmit::detail
