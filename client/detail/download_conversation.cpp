@@ -175,7 +175,9 @@ Result<void> DownloadConversation::fetch_stream(Connection& connection, std::siz
     std::int64_t position = checked_[index]
                                 ? segment.position
                                 : check_start(run_.options(), segment.begin, segment.position);
-    checked_[index] = checked_[index] || position == segment.position;
+    if (position == segment.position) {
+        checked_[index] = 1;
+    }
     if (auto requested = connection.download_file_data(position); !requested) {
         return requested;
     }
@@ -222,7 +224,9 @@ Result<void> DownloadConversation::take(std::size_t index, std::span<const iovec
         fresh.push_back({static_cast<char*>(piece.iov_base) + known,
                          piece.iov_len - static_cast<std::size_t>(known)});
     }
-    checked_[index] = checked_[index] || position >= segment.position;
+    if (position >= segment.position) {
+        checked_[index] = 1;
+    }
     const std::int64_t before = segment.position;
     if (auto appended = part_->append(index, fresh); !appended) {
         return appended;

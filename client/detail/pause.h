@@ -15,7 +15,7 @@ inline bool pause_unless(const std::function<bool()>& cancelled, std::chrono::na
     const auto end = Clock::now() + time;
     while (!cancelled || !cancelled()) {
         const auto left = end - Clock::now();
-        if (left <= left.zero()) {
+        if (left <= Clock::duration::zero()) {
             return true;
         }
         const auto wait = std::min<std::chrono::nanoseconds>(left, slice).count();

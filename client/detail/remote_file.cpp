@@ -63,7 +63,7 @@ class Comparison {
 
 Result<FileStamp> read_remote(Connection& connection, const BatchRun& run, const RemotePath& file,
                               std::int64_t offset, const Consumer& consume) {
-    const auto stamp = connection.download_file_prepare(file, run.options().encrypted);
+    auto stamp = connection.download_file_prepare(file, run.options().encrypted);
     if (!stamp) {
         return stamp;
     }
