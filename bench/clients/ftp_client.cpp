@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -58,15 +57,17 @@ std::string FtpClient::command(const std::string& line, const std::string& code)
     return answer;
 }
 
-// The answer ends in six numbers: four of the address, two of the port.
+// The answer ends in six numbers, (a,a,a,a,high,low): four of the address, two of the port.
 Socket FtpClient::open_data_connection() {
     const std::string answer = command("PASV", "227");
-    unsigned high = 0;
-    unsigned low = 0;
-    if (std::sscanf(answer.c_str(), "%*[^(](%*u,%*u,%*u,%*u,%u,%u", &high, &low) != 2) {
+    const std::size_t low = answer.rfind(',') + 1;
+    const std::size_t high = low < 2 ? 0 : answer.rfind(',', low - 2) + 1;
+    if (high == 0) {
         throw std::runtime_error(answer);
     }
-    return Socket::connect_to(static_cast<std::uint16_t>(high * 256 + low));
+    const unsigned long port =
+        std::stoul(answer.substr(high)) * 256 + std::stoul(answer.substr(low));
+    return Socket::connect_to(static_cast<std::uint16_t>(port));
 }
 
 }  // namespace bench

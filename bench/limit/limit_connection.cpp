@@ -14,7 +14,7 @@ namespace {
 
 constexpr message::PayloadKey key = message::make_payload_key();
 // Answers that are gathered at most.
-constexpr std::size_t gathered = 256 * 1024;
+constexpr std::size_t gathered = 256UL * 1024;
 
 }  // namespace
 

@@ -1,9 +1,10 @@
 #include "bench/measure/table.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
+#include <iomanip>
+#include <sstream>
 
 namespace bench {
 namespace {
@@ -25,9 +26,9 @@ Summary summarize(const std::vector<Cost>& costs, const Task& task) {
 }
 
 std::string text_of(double value) {
-    std::array<char, 32> text;
-    std::snprintf(text.data(), text.size(), "%.3g", value);
-    return text.data();
+    std::ostringstream text;
+    text << std::setprecision(3) << value;
+    return text.str();
 }
 
 }  // namespace

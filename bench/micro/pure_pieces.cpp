@@ -94,7 +94,8 @@ std::list<NodeRecord> uploading_nodes(std::int64_t count) {
     std::string("192.168.100.200").copy(record.node_ip, 15);
     std::string("/srv/storage/projects/final/report.pdf").copy(record.node_filename, 1000);
     std::string(R"({"name":"somebody"})").copy(record.node_user_info, 1000);
-    return std::list<NodeRecord>(static_cast<std::size_t>(count), record);
+    std::list<NodeRecord> nodes(static_cast<std::size_t>(count), record);
+    return nodes;
 }
 
 void write_transmit_list(benchmark::State& state) {
