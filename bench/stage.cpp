@@ -1,5 +1,7 @@
 #include "bench/stage.h"
 
+#include <utility>
+
 #include "bench/measure/table.h"
 #include "tests/support/raw_socket.h"
 
@@ -21,8 +23,8 @@ Contender on_wire(const std::string& name, pid_t process, std::uint16_t port,
 
 }  // namespace
 
-Stage::Stage(const Options& options, const std::string& program)
-    : options_(options),
+Stage::Stage(Options options, const std::string& program)
+    : options_(std::move(options)),
       server_(serving(workspace_.files())),
       raw_limit_port_(support::free_port()),
       raw_limit_(program, {program, "--raw-limit-port", std::to_string(raw_limit_port_),

@@ -28,7 +28,7 @@ struct Options {
 // for. All serve the same folder.
 class Stage {
   public:
-    Stage(const Options& options, const std::string& program);
+    Stage(Options options, const std::string& program);
 
     const Options& options() const { return options_; }
     const Workspace& workspace() const { return workspace_; }

@@ -30,8 +30,8 @@ pid_t start(const std::function<int()>& work, const sigset_t& blocked) {
     // A group of its own, so that a terminal's interrupt reaches the supervisor alone.
     setpgid(0, 0);
     const int result = work();
-    std::fflush(stdout);
-    _exit(result);
+    const bool is_told = std::fflush(stdout) == 0;
+    _exit(is_told ? result : 1);
 }
 
 // The worker's exit code, or that of a shell for what ended the wait.

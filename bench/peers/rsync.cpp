@@ -1,6 +1,7 @@
 #include "bench/peers/rsync.h"
 
 #include <atomic>
+#include <utility>
 #include <vector>
 
 #include "bench/clients/command_client.h"
@@ -33,9 +34,9 @@ std::vector<std::string> command(const std::string& folder, const std::string& f
 // not be sent again; what it uploads comes from the row of small files.
 class RsyncClient : public CommandClient {
   public:
-    RsyncClient(const std::string& folder, const std::string& files, std::uint16_t port)
-        : received_(folder + "received" + std::to_string(++count_)),
-          files_(files),
+    RsyncClient(const std::string& folder, std::string files, std::uint16_t port)
+        : received_(folder + "received" + std::to_string(++count)),
+          files_(std::move(files)),
           module_("rsync://127.0.0.1:" + std::to_string(port) + "/files/") {}
     ~RsyncClient() override { run({"/bin/rm", "-rf", received_}); }
 
@@ -48,7 +49,7 @@ class RsyncClient : public CommandClient {
     }
 
   private:
-    static inline std::atomic<int> count_ = 0;
+    static inline std::atomic<int> count = 0;
 
     std::string received_;
     std::string files_;

@@ -1,6 +1,7 @@
 #include "bench/peers/sshd.h"
 
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "bench/clients/command_client.h"
@@ -43,8 +44,8 @@ std::vector<std::string> command(const std::string& folder, std::uint16_t port) 
 
 class SftpClient : public CommandClient {
   public:
-    SftpClient(const std::string& folder, const std::string& files, std::uint16_t port)
-        : folder_(folder), files_(files), port_(port) {}
+    SftpClient(std::string folder, std::string files, std::uint16_t port)
+        : folder_(std::move(folder)), files_(std::move(files)), port_(port) {}
 
   protected:
     Command get(const std::string& name) const override {
