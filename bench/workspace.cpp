@@ -25,7 +25,7 @@ Workspace::Workspace() {
 }
 
 std::string Workspace::make_private_folder(const std::string& name) const {
-    const std::string folder = root() + name + '/';
+    std::string folder = root() + name + '/';
     make_public(folder);
     return folder;
 }

@@ -48,7 +48,7 @@ void streams(Stage& stage) {
 void sizes(Stage& stage) {
     std::vector<std::int64_t> mebibytes = {1, 16, 256, 1024};
     if (stage.options().full) {
-        mebibytes.push_back(20 * 1024);
+        mebibytes.push_back(20L * 1024);
     }
     for (const std::int64_t size : mebibytes) {
         stage.workspace().make_file("source", size * mebibyte);
