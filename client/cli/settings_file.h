@@ -13,8 +13,8 @@ struct Setting {
     std::string value;
 };
 
-// $XDG_CONFIG_HOME/transmit/config.ini, or ~/.config/transmit/config.ini (XDG Base Directory
-// Specification). Empty if neither variable holds an absolute path.
+// $XDG_CONFIG_HOME/transmit/config.ini, or ~/.config/transmit/config.ini (the XDG base
+// directories). Empty if neither variable holds an absolute path.
 std::string settings_path();
 
 // The settings of a file in its order; a file that doesn't exist has none. Section headings mean
