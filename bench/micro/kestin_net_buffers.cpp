@@ -22,7 +22,7 @@ void fill_and_drain_send_chain(benchmark::State& state) {
     SendChain chain(memory);
     const std::string data(static_cast<std::size_t>(state.range(0)), 'x');
     std::array<iovec, 16> slots;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         chain.append("a header", header_size);
         chain.append(data.data(), data.size());
         if (chain.size() >= send_mark) {
@@ -39,7 +39,7 @@ void take_frames_from_receive_buffer(benchmark::State& state) {
     BufferMemory memory(memory_limit);
     ReceiveBuffer buffer(memory);
     const auto frame = static_cast<std::uint64_t>(state.range(0));
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         buffer.commit(buffer.room().size());
         while (benchmark::DoNotOptimize(buffer.front(frame)), buffer.size() >= frame) {
             buffer.drop(frame);
@@ -54,7 +54,7 @@ BENCHMARK(take_frames_from_receive_buffer)->Arg(64)->Arg(64 * kibibyte);
 void wake_and_settle_receive_buffer(benchmark::State& state) {
     BufferMemory memory(memory_limit);
     ReceiveBuffer buffer(memory);
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::memset(buffer.room().data(), 'x', header_size);
         buffer.commit(header_size);
         buffer.drop(header_size);

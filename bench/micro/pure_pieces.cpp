@@ -22,7 +22,7 @@ constexpr std::size_t chunk = 65536;
 
 void convert_record(benchmark::State& state) {
     message::UploadFilePrepareRequest record{};
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         message::to_host_order(record);
         benchmark::DoNotOptimize(record);
     }
@@ -31,7 +31,7 @@ BENCHMARK(convert_record);
 
 void clean_paths(benchmark::State& state) {
     const std::string path = "projects/2024/./drafts/../final\\report of the year.pdf";
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(clean_path(path));
     }
 }
@@ -41,7 +41,7 @@ void plan_uploads(benchmark::State& state) {
     FileFacts target;
     FileFacts temporary{.exists = true, .size = 10, .time = 7};
     const FileFacts announced{.size = 20, .time = 7};
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(target);
         benchmark::DoNotOptimize(temporary);
         benchmark::DoNotOptimize(plan_upload(target, temporary, announced));
@@ -61,7 +61,7 @@ void find_upload_blocks(benchmark::State& state) {
         received.append(chunk, 'x');
     }
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(received.data()), received.size());
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(UploadBlocks::in(bytes));
     }
 }
@@ -76,7 +76,7 @@ void scan_http(benchmark::State& state) {
     for (std::int64_t count = 0; count < state.range(0); ++count) {
         bytes += request;
     }
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         HttpScanner scanner(bytes);
         while (scanner.next().kind == HttpStep::Kind::request) {
         }
@@ -100,7 +100,7 @@ std::list<NodeRecord> uploading_nodes(std::int64_t count) {
 
 void write_transmit_list(benchmark::State& state) {
     const auto records = uploading_nodes(state.range(0));
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         std::string document;
         make_transmit_list_document(records, document);
         benchmark::DoNotOptimize(document);
@@ -111,7 +111,7 @@ BENCHMARK(write_transmit_list)->Arg(10)->Arg(10'000);
 
 void tally_nodes(benchmark::State& state) {
     const auto records = uploading_nodes(state.range(0));
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         benchmark::DoNotOptimize(tally(records));
     }
     state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -123,7 +123,7 @@ void encipher(benchmark::State& state) {
     constexpr message::PayloadKey key = message::make_payload_key();
     const ByteArray plain(static_cast<std::size_t>(state.range(0)), 'x');
     ByteArray cipher_text;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         aes_ecb_encrypt_data(key.data(), key.size(), plain.data(), plain.size(), cipher_text);
     }
     state.SetBytesProcessed(state.iterations() * state.range(0));
@@ -136,7 +136,7 @@ void decipher(benchmark::State& state) {
     ByteArray cipher_text;
     aes_ecb_encrypt_data(key.data(), key.size(), plain.data(), plain.size(), cipher_text);
     ByteArray deciphered;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         aes_ecb_decrypt_data(key.data(), key.size(), cipher_text.data(), cipher_text.size(),
                              deciphered);
     }
