@@ -14,15 +14,23 @@ Json parse(std::string_view text) {
     return Json::parse(text.begin(), text.end(), nullptr, false);
 }
 
+// Whether it has the wanted type. A number with a fraction, or too large for 64 bits, is no count.
+template <typename Value>
+bool is_a(const Json& field) {
+    if constexpr (std::is_same_v<Value, std::string>) {
+        return field.is_string();
+    } else if constexpr (std::is_floating_point_v<Value>) {
+        return field.is_number();
+    } else {
+        return field.is_number_unsigned();
+    }
+}
+
 // A field of the wanted type, or nothing in its place.
 template <typename Value>
 Value field(const Json& object, const char* name) {
     const auto found = object.find(name);
-    if constexpr (std::is_same_v<Value, std::string>) {
-        return found != object.end() && found->is_string() ? found->get<Value>() : Value();
-    } else {
-        return found != object.end() && found->is_number() ? found->get<Value>() : Value();
-    }
+    return found != object.end() && is_a<Value>(*found) ? found->get<Value>() : Value();
 }
 
 // One node's object, up to its closing brace: behind it stand the commas and brackets of the list.

@@ -159,6 +159,10 @@ TEST(ServerReport, OneBadNameSpoilsNoOtherRow) {
     EXPECT_EQ(nodes[3].name, "last");
     EXPECT_TRUE(read_nodes(R"({"transmit_nodes":[]})").empty());
     EXPECT_EQ(read_nodes("{\"node_id\":garbage").size(), 1U);
+    for (const char* no_count : {"1e34", "-1", "0.5", "11111111111111111111111111111111111"}) {
+        const std::string text = R"({"node_id":1,"node_port":)" + std::string(no_count) + "}";
+        EXPECT_EQ(read_nodes(text).at(0).peer, ":0") << no_count;
+    }
     EXPECT_FALSE(read_statistics("[]"));
 }
 
