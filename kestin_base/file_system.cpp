@@ -22,6 +22,11 @@ bool examine_link(const char* path, struct stat& facts) {
     return ::lstat(path, &facts) == 0;
 }
 
+// Whether something may stand at a path that has just failed to be examined.
+bool may_exist() {
+    return errno == EIO || errno == ENOMEM;
+}
+
 // Puts the directory `from` in the place of the file at `to`: the two change places in one step,
 // then the file goes.
 bool replace_file_by_directory(const char* from, const char* to) {
@@ -42,7 +47,7 @@ bool replace_file_by_directory(const char* from, const char* to) {
 
 bool kestin_access_safe(const char* path) {
     struct stat facts {};
-    return examine_link(path, facts) || errno == EIO || errno == ENOMEM;
+    return examine_link(path, facts) || may_exist();
 }
 
 bool kestin_path_is_directory(const char* path, bool& is_directory) {
@@ -112,8 +117,9 @@ bool file_get_time(const char* path, std::int64_t& time) {
 PathFacts kestin_look_at(const char* path) {
     PathFacts told;
     struct stat facts {};
-    told.exists = examine_link(path, facts);
-    told.is_examined = told.exists && (!S_ISLNK(facts.st_mode) || examine(path, facts));
+    const bool is_seen = examine_link(path, facts);
+    told.exists = is_seen || may_exist();
+    told.is_examined = is_seen && (!S_ISLNK(facts.st_mode) || examine(path, facts));
     if (told.is_examined) {
         told.is_directory = S_ISDIR(facts.st_mode);
         told.size = facts.st_size;

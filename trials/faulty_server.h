@@ -27,6 +27,8 @@ class FaultyServer {
     void end_order();
     // Whether anything has failed since the order.
     bool has_failed() const { return order_->failed > 0; }
+    // How many calls of the last order's kind were made while it stood.
+    int calls() const { return order_->seen; }
 
   private:
     support::TemporaryFolder folder_;
