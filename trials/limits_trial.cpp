@@ -14,7 +14,6 @@
 
 #include "tests/support/files.h"
 #include "tests/system/measure.h"
-#include "tests/system/process_figures.h"
 #include "tests/system/server_test.h"
 #include "tests/system/stored_file.h"
 
@@ -191,7 +190,7 @@ TEST_F(DescriptorTrial, ClientsBeyondTheLimitWaitAtNoCost) {
         client = std::make_unique<Peer>(server.transmit_port());
         client->send(request::check_storage_id(1));
     }
-    ASSERT_TRUE(await([&] { return process_figures::open_descriptors(server.pid()) >= limit; }));
+    ASSERT_TRUE(await([&] { return descriptors() >= limit; }));
     // One that is served needs no descriptor for what it asks, unless it asks for a file.
     EXPECT_EQ(peer.prepare(request::Upload{.path = "f"}).status, message::status_open_write_failed);
 

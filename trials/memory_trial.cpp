@@ -8,7 +8,6 @@
 #include "tests/support/files.h"
 #include "tests/system/http_peer.h"
 #include "tests/system/measure.h"
-#include "tests/system/process_figures.h"
 #include "tests/system/server_test.h"
 #include "tests/system/stored_file.h"
 
@@ -16,11 +15,7 @@
 // others are answered meanwhile, and when it has gone the server holds what it held before.
 namespace {
 
-using measure::kibibyte;
-using measure::measured;
-using measure::mebibyte;
-using measure::since;
-using measure::sized;
+using namespace measure;  // NOLINT(google-build-using-namespace): sizes, times and their output
 using message::status_ok;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -82,8 +77,6 @@ class MemoryTrial : public ServerTest {
     std::string page_path(const std::string& name) const {
         return server.root().path() + "www/" + name;
     }
-    std::uint64_t memory() { return process_figures::resident_memory(server.pid()); }
-    std::size_t descriptors() { return process_figures::open_descriptors(server.pid()); }
 };
 
 TEST_F(MemoryTrial, CrowdsThatNeverRead) {

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "tests/system/measure.h"
-#include "tests/system/process_figures.h"
 #include "tests/system/server_test.h"
 #include "trials/model_client.h"
 
@@ -81,8 +80,7 @@ class SoakTrial : public ServerTest {
             std::this_thread::sleep_until(start + now);
             if (now > time / 6) {
                 samples.push_back(
-                    {static_cast<double>(now.count()),
-                     static_cast<double>(process_figures::resident_memory(server.pid()))});
+                    {static_cast<double>(now.count()), static_cast<double>(memory())});
             }
         }
         return samples;

@@ -26,11 +26,7 @@
 // busy; what was measured is printed beside them.
 namespace {
 
-using measure::kibibyte;
-using measure::measured;
-using measure::mebibyte;
-using measure::since;
-using measure::sized;
+using namespace measure;  // NOLINT(google-build-using-namespace): sizes, times and their output
 using message::status_ok;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -38,11 +34,7 @@ using std::chrono::steady_clock;
 // A sanitizer's own memory and work come on top of the program's.
 constexpr std::uint64_t allowance = std::string_view(TRANSMIT_SANITIZE).empty() ? 1 : 10;
 
-class LoadTest : public ServerTest {
-  protected:
-    std::uint64_t memory() { return process_figures::resident_memory(server.pid()); }
-    std::size_t descriptors() { return process_figures::open_descriptors(server.pid()); }
-};
+using LoadTest = ServerTest;
 
 // Lets this process and the server have that many descriptors more. False if the system forbids it.
 bool allow_descriptors(pid_t server, rlim_t wanted) {
@@ -171,23 +163,6 @@ TEST_F(LoadTest, BoundsWhatAPeerThatNeverReadsCanTake) {
         ASSERT_EQ(response.data_length, 65535);
         greedy.receive_bytes(65535);
     }
-}
-
-TEST_F(LoadTest, BoundsWhatUnreadDownloadsTake) {
-    const int count = sized(8, 60);
-    stored_file::put(in_storage("long"), std::string(100 * mebibyte, 'x'));
-    std::vector<std::unique_ptr<Peer>> lazy;
-    for (int i = 0; i < count; ++i) {
-        lazy.push_back(std::make_unique<Peer>(server.transmit_port()));
-        ASSERT_EQ(lazy.back()->ask(request::set_transmit_speed(4294967295)), status_ok);
-        ASSERT_EQ(lazy.back()->prepare(request::Download{.path = "long"}).status, status_ok);
-        lazy.back()->send(request::download_file_data(0));
-    }
-    const milliseconds longest = longest_answer(peer, 500);
-    const std::uint64_t taken = process_figures::peak_resident_memory(server.pid());
-    measured() << count << " unread downloads: " << taken / mebibyte
-               << " MiB; another client's longest answer took " << longest.count() << " ms\n";
-    EXPECT_LE(taken, 1200 * mebibyte * allowance);
 }
 
 bool has_bytes(Peer& peer) {

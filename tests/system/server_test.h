@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "tests/support/running_server.h"
 #include "tests/system/peer.h"
+#include "tests/system/process_figures.h"
 
 // Looks again and again until the condition holds; false if it doesn't within half a minute.
 template <typename Condition>
@@ -30,6 +33,10 @@ class ServerTest : public testing::Test {
     void TearDown() override { EXPECT_EQ(server.stop(), support::exited_with(0)); }
 
     std::string in_storage(const std::string& name) const { return server.storage_folder() + name; }
+
+    // What the server has now.
+    std::uint64_t memory() { return process_figures::resident_memory(server.pid()); }
+    std::size_t descriptors() { return process_figures::open_descriptors(server.pid()); }
 
     support::RunningServer server;
     Peer peer;
