@@ -13,9 +13,6 @@ using detail::BatchRun;
 using detail::SmallDownloads;
 using detail::Worker;
 
-// Files that a worker takes at once, if they are small.
-constexpr std::size_t most_small_files = 64;
-
 // Small files of which a listing told all, and nothing is asked that needs care.
 bool is_small(const DownloadJob& job, const TransferOptions& options) {
     return job.stamp && !job.sink && job.stamp->size <= SmallDownloads::small_size &&
@@ -31,23 +28,9 @@ void work(Worker& worker, const std::vector<DownloadJob>& jobs) {
     const auto& options = worker.run.options();
     const int streams = jobs.size() == 1 ? std::max(options.streams, 1) : 1;
     SmallDownloads small_downloads(worker, jobs);
-    const auto small = [&](std::size_t file) {
-        return is_small(jobs[file], options);
-    };
-    while (true) {
-        auto files = worker.run.take(small, most_small_files);
-        if (files.empty()) {
-            return;
-        }
-        if (small(files.front())) {
-            files = small_downloads.move(files);
-        }
-        for (const std::size_t file : files) {
-            worker.file = file;
-            worker.run.started(file);
-            worker.run.ended(file, download(worker, jobs[file], streams));
-        }
-    }
+    detail::move_files(
+        worker, [&](std::size_t file) { return is_small(jobs[file], options); }, small_downloads,
+        [&](std::size_t file) { return download(worker, jobs[file], streams); });
 }
 
 void make_folders(BatchRun& run, const std::vector<std::string>& folders) {

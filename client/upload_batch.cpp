@@ -11,8 +11,6 @@ using detail::BatchRun;
 using detail::RemoteFolders;
 using detail::Worker;
 
-// Files that a worker takes at once, if they are small.
-constexpr std::size_t most_small_files = 32;
 constexpr std::size_t longest_path = 65'535;
 
 // Small files that nothing is known or asked about which needs care.
@@ -38,23 +36,10 @@ Result<TransferReport> upload(Worker& worker, RemoteFolders& folders, detail::Up
 void work(Worker& worker, RemoteFolders& folders, const std::vector<UploadJob>& jobs) {
     detail::UploadSender sender(worker.run);
     detail::SmallUploads small_uploads(worker, folders, sender, jobs);
-    const auto small = [&](std::size_t file) {
-        return is_small(jobs[file], worker.run.options());
-    };
-    while (true) {
-        auto files = worker.run.take(small, most_small_files);
-        if (files.empty()) {
-            return;
-        }
-        if (small(files.front())) {
-            files = small_uploads.move(files);
-        }
-        for (const std::size_t file : files) {
-            worker.file = file;
-            worker.run.started(file);
-            worker.run.ended(file, upload(worker, folders, sender, jobs[file]));
-        }
-    }
+    detail::move_files(
+        worker, [&](std::size_t file) { return is_small(jobs[file], worker.run.options()); },
+        small_uploads,
+        [&](std::size_t file) { return upload(worker, folders, sender, jobs[file]); });
 }
 
 void make_folders(Worker& worker, RemoteFolders& folders, const std::vector<RemotePath>& wanted) {

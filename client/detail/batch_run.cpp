@@ -56,20 +56,18 @@ TransferSummary BatchRun::run(const Work& first, const Work& work) {
     return std::move(summary_);
 }
 
-std::vector<std::size_t> BatchRun::take(const IsSmall& is_small, std::size_t most) {
+BatchRun::Share BatchRun::take(const IsSmall& is_small, std::size_t most) {
     const std::lock_guard guard(lock_);
-    std::vector<std::size_t> files;
-    while (!summary_.stopped && next_ < started_.size() && files.size() < most) {
-        const bool small = is_small(next_);
-        if (!small && !files.empty()) {
-            break;
-        }
-        files.push_back(next_++);
-        if (!small) {
-            break;
-        }
+    Share share;
+    if (summary_.stopped || next_ == started_.size()) {
+        return share;
     }
-    return files;
+    share.are_small = is_small(next_);
+    do {
+        share.files.push_back(next_++);
+    } while (share.are_small && share.files.size() < most && next_ < started_.size() &&
+             is_small(next_));
+    return share;
 }
 
 Result<void> BatchRun::wait_for_turn(std::size_t size) const {

@@ -27,9 +27,14 @@ class BatchRun {
     // all have ended. Nothing runs if the server can't be reached.
     TransferSummary run(const Work& first, const Work& work);
 
+    // One file, or small ones that follow each other.
+    struct Share {
+        std::vector<std::size_t> files;
+        bool are_small = false;
+    };
     // The next file; if it is small, also small ones behind it, up to `most` in all. Empty at the
     // end.
-    std::vector<std::size_t> take(const IsSmall& is_small, std::size_t most);
+    Share take(const IsSmall& is_small, std::size_t most);
 
     const Server& server() const { return server_; }
     // The limits of a connection that works on this file, whose stalls are told.

@@ -86,16 +86,7 @@ Result<FolderContent> list_parent(Connection& connection, const RemotePath& path
 // Who comes first lists the folder, and the others wait for it.
 Result<std::shared_ptr<const FolderContent>> RemoteFolders::parent(Connection& connection,
                                                                    const RemotePath& path) {
-    std::shared_ptr<Listed> listed;
-    {
-        const std::lock_guard guard(lock_);
-        auto& place =
-            folders_[{path.storage_id, path.user_id, std::string(split(path.path).folder)}];
-        if (!place) {
-            place = std::make_shared<Listed>();
-        }
-        listed = place;
-    }
+    const auto listed = place_of(path);
     const std::lock_guard guard(listed->lock);
     if (!listed->content) {
         auto content = list_parent(connection, path);
@@ -105,6 +96,21 @@ Result<std::shared_ptr<const FolderContent>> RemoteFolders::parent(Connection& c
         listed->content = std::make_shared<FolderContent>(*std::move(content));
     }
     return listed->content;
+}
+
+bool RemoteFolders::knows(const RemotePath& path) {
+    const auto listed = place_of(path);
+    const std::lock_guard guard(listed->lock);
+    return listed->content != nullptr;
+}
+
+std::shared_ptr<RemoteFolders::Listed> RemoteFolders::place_of(const RemotePath& path) {
+    const std::lock_guard guard(lock_);
+    auto& place = folders_[{path.storage_id, path.user_id, std::string(split(path.path).folder)}];
+    if (!place) {
+        place = std::make_shared<Listed>();
+    }
+    return place;
 }
 
 }  // namespace transmit::detail

@@ -54,6 +54,8 @@ class RemoteFolders {
   public:
     Result<std::shared_ptr<const FolderContent>> parent(Connection& connection,
                                                         const RemotePath& path);
+    // Whether `parent` needs no question to the server. Waits for one that is under way.
+    bool knows(const RemotePath& path);
 
   private:
     struct Listed {
@@ -61,6 +63,8 @@ class RemoteFolders {
         std::shared_ptr<const FolderContent> content;
     };
     using Key = std::tuple<std::uint32_t, std::uint32_t, std::string>;
+
+    std::shared_ptr<Listed> place_of(const RemotePath& path);
 
     std::mutex lock_;
     std::map<Key, std::shared_ptr<Listed>> folders_;

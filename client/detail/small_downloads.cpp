@@ -21,38 +21,21 @@ Result<void> speed_is_set(Wire& wire) {
 
 }  // namespace
 
-std::vector<std::size_t> SmallDownloads::move(const std::vector<std::size_t>& files) {
-    std::vector<std::size_t> wanted;
+void SmallDownloads::send(Connection& connection, const std::vector<std::size_t>& files) {
+    Run run;
     for (const std::size_t file : files) {
+        const std::int64_t size = jobs_[file].stamp->size;
         worker_.run.started(file);
         if (is_there(file)) {
-            worker_.run.ended(
-                file, TransferReport{.size = jobs_[file].stamp->size, .already_there = true});
+            worker_.run.ended(file, TransferReport{.size = size, .already_there = true});
         } else {
-            wanted.push_back(file);
+            run.push_back({file, size});
         }
     }
-    if (wanted.empty()) {
-        return wanted;
+    if (!run.empty()) {
+        ask(connection, run);
+        went_out(std::move(run));
     }
-    const auto connection = worker_.server.connect();
-    if (!connection || !ask(**connection, wanted)) {
-        return wanted;
-    }
-    std::vector<std::size_t> left;
-    for (const std::size_t file : wanted) {
-        worker_.file = file;
-        const auto received = receive(**connection, jobs_[file]);
-        if (received && *received) {
-            const std::int64_t size = jobs_[file].stamp->size;
-            worker_.run.ended(file, TransferReport{.size = size, .moved = size});
-        } else {
-            left.push_back(file);
-        }
-    }
-    // A failure shows itself to who uses the connection next.
-    (void)speed_is_set((*connection)->wire());
-    return left;
 }
 
 bool SmallDownloads::is_there(std::size_t file) const {
@@ -61,22 +44,35 @@ bool SmallDownloads::is_there(std::size_t file) const {
            FileStamp{status.st_size, status.st_mtim.tv_sec} == *jobs_[file].stamp;
 }
 
-Result<void> SmallDownloads::ask(Connection& connection, const std::vector<std::size_t>& files) {
+void SmallDownloads::ask(Connection& connection, const Run& run) {
     Wire& wire = connection.wire();
     wire.hold();
     (void)wire.send_request<message::SetTransmitSpeed>(set_speed(speed_by_files));
-    for (const std::size_t file : files) {
-        const RemotePath& path = jobs_[file].source;
+    for (const Sent& sent : run) {
+        const RemotePath& path = jobs_[sent.file].source;
         (void)wire.send_request<message::DownloadFilePrepare>(
             download_prepare(path, worker_.run.options().encrypted), path.path);
         (void)wire.send_request<message::DownloadFileData>({});
         (void)wire.send_request<message::DownloadFileFinish>({});
     }
     (void)wire.send_request<message::SetTransmitSpeed>(set_speed(speed_by_blocks));
-    if (auto sent = wire.release(); !sent) {
-        return sent;
+    // What can't be sent has no answer.
+    (void)wire.release();
+}
+
+// A failure of the connection shows itself at each file.
+void SmallDownloads::conclude(Connection& connection, const Run& run) {
+    (void)speed_is_set(connection.wire());
+    for (const Sent& sent : run) {
+        worker_.file = sent.file;
+        const auto received = receive(connection, jobs_[sent.file]);
+        if (received && *received) {
+            moved(sent);
+        } else {
+            leave(sent.file);
+        }
     }
-    return speed_is_set(wire);
+    (void)speed_is_set(connection.wire());
 }
 
 // True if the file is in its place. An error ends the connection, and with it all that follow.

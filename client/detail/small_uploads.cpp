@@ -11,40 +11,22 @@ namespace {
 
 // What one write holds: enough that writes don't count, little enough that memory doesn't either.
 constexpr std::size_t write_size = 1UL << 20;
+// What the server adds to the name of a file that proved longer than announced.
+constexpr std::string_view overflow_suffix = ".overflow";
 
 }  // namespace
 
-std::vector<std::size_t> SmallUploads::move(const std::vector<std::size_t>& files) {
-    const auto connected = worker_.server.connect();
-    if (!connected) {
-        return files;
-    }
-    Connection& connection = **connected;
-    left_.clear();
-    auto staged = stage_all(connection, files);
-    while (!staged.empty()) {
-        auto sent = send_some(connection, staged);
-        while (!sent.empty()) {
-            const auto concluded = conclude(connection, sent.front());
-            if (!concluded || !*concluded) {
-                left_.push_back(sent.front().file);
-            }
-            sent.erase(sent.begin());
-        }
-    }
-    return std::move(left_);
-}
-
-// Ahead of all sending, since it may ask the server for a listing.
-std::vector<SmallUploads::Staged> SmallUploads::stage_all(Connection& connection,
-                                                          const std::vector<std::size_t>& files) {
-    std::vector<Staged> staged;
+// All are staged ahead of sending, since that may ask the server for a listing.
+void SmallUploads::send(Connection& connection, const std::vector<std::size_t>& files) {
+    std::deque<Staged> staged;
     for (const std::size_t file : files) {
         if (auto one = stage(connection, file)) {
             staged.push_back(*std::move(one));
         }
     }
-    return staged;
+    while (!staged.empty()) {
+        went_out(send_some(connection, staged));
+    }
 }
 
 std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, std::size_t file) {
@@ -52,9 +34,12 @@ std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, 
     worker_.file = file;
     worker_.run.started(file);
     auto source = SourceFile::open(job.local_path);
+    if (!folders_.knows(job.target)) {
+        conclude_all();
+    }
     const auto content = folders_.parent(connection, job.target);
     if (!source || !content || source->stamp().size > UploadSender::small_size) {
-        left_.push_back(file);
+        leave(file);
         return std::nullopt;
     }
     const auto name = split(job.target.path).name;
@@ -65,40 +50,38 @@ std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, 
         return std::nullopt;
     }
     if (there || (*content)->has_longer(name, stamp)) {
-        left_.push_back(file);
+        leave(file);
         return std::nullopt;
     }
     return Staged{file, *std::move(source)};
 }
 
 // Takes what goes into one write from the front, and sends it.
-std::vector<SmallUploads::Staged> SmallUploads::send_some(Connection& connection,
-                                                          std::vector<Staged>& staged) {
+SmallFiles::Run SmallUploads::send_some(Connection& connection, std::deque<Staged>& staged) {
     const std::size_t bound = worker_.run.step(write_size);
     Wire& wire = connection.wire();
     wire.hold();
-    std::vector<Staged> sent;
+    Run run;
     std::size_t size = 0;
-    auto place = staged.begin();
-    for (; place != staged.end() && size < bound; ++place) {
-        if (send(connection, *place)) {
-            size += static_cast<std::size_t>(place->source.stamp().size);
-            sent.push_back(std::move(*place));
+    for (; !staged.empty() && size < bound; staged.pop_front()) {
+        const Staged& one = staged.front();
+        if (send_one(connection, one)) {
+            size += static_cast<std::size_t>(one.source.stamp().size);
+            run.push_back({one.file, one.source.stamp().size});
         } else {
-            left_.push_back(place->file);
+            leave(one.file);
         }
     }
-    staged.erase(staged.begin(), place);
     if (!worker_.run.wait_for_turn(size)) {
         connection.close();
     }
     // What can't be sent has no answer: the careful way tells why.
     (void)wire.release();
-    return sent;
+    return run;
 }
 
 // Into the write that is held. False if the source changed or can't be read.
-bool SmallUploads::send(Connection& connection, const Staged& staged) {
+bool SmallUploads::send_one(Connection& connection, const Staged& staged) {
     const auto blocks = sender_.blocks_of(staged.source);
     if (!blocks) {
         return false;
@@ -112,9 +95,23 @@ bool SmallUploads::send(Connection& connection, const Staged& staged) {
     return true;
 }
 
-// True if the file is in its place. Blocks of an upload that didn't begin are each answered.
-Result<bool> SmallUploads::conclude(Connection& connection, const Staged& sent) {
-    worker_.file = sent.file;
+void SmallUploads::conclude(Connection& connection, const Run& run) {
+    for (const Sent& sent : run) {
+        worker_.file = sent.file;
+        const auto outcome = receive_outcome(connection);
+        if (outcome && *outcome == message::status_ok) {
+            moved(sent);
+            continue;
+        }
+        leave(sent.file);
+        if (outcome && *outcome == message::status_file_overflow) {
+            overflown_.push_back(jobs_[sent.file].target);
+        }
+    }
+}
+
+// That of the finish. Blocks of an upload that didn't begin are each answered.
+Result<std::uint16_t> SmallUploads::receive_outcome(Connection& connection) {
     Wire& wire = connection.wire();
     const auto prepared = wire.receive_response<message::UploadFilePrepare>();
     if (!prepared) {
@@ -130,12 +127,16 @@ Result<bool> SmallUploads::conclude(Connection& connection, const Staged& sent) 
     if (answer.type != message::UploadFileFinish::response_type) {
         return wire.wrong_type(message::UploadFileFinish::response_type, answer.type);
     }
-    if (answer.status != message::status_ok) {
-        return false;
+    return answer.status;
+}
+
+// A file that was sent behind the beginning of another client's, which had come after the listing,
+// was set aside by the server.
+void SmallUploads::tidy_up(Connection& connection) {
+    for (RemotePath& path : std::exchange(overflown_, {})) {
+        path.path += overflow_suffix;
+        (void)connection.delete_path(path);
     }
-    const std::int64_t size = sent.source.stamp().size;
-    worker_.run.ended(sent.file, TransferReport{.size = size, .moved = size});
-    return true;
 }
 
 }  // namespace transmit::detail
