@@ -47,14 +47,15 @@ bool NorvaneTransmitNode::remove_file(KESTIN_LOG_LEVEL level, const std::string&
     return true;
 }
 
-// A target that couldn't be removed stops nothing: the rename decides. A time that can't be set
-// doesn't undo a file that is in place.
+// The rename replaces what lies at the target as a rule; what it doesn't, it may when that is gone.
+// A time that can't be set doesn't undo a file that is in place.
 bool NorvaneTransmitNode::put_in_place(const std::string& temp_path, const std::string& target_path,
                                        std::int64_t time) {
-    if (kestin_access_safe(target_path.c_str())) {
-        remove_file(KESTIN_LOG_ERROR, target_path);
-    }
-    if (!kestin_rename_safe(temp_path.c_str(), target_path.c_str())) {
+    const auto rename = [&] {
+        return kestin_rename_safe(temp_path.c_str(), target_path.c_str());
+    };
+    if (!rename() && !(kestin_access_safe(target_path.c_str()) &&
+                       remove_file(KESTIN_LOG_ERROR, target_path) && rename())) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] rename file failed (%s) -> (%s)",
                        session_id(), temp_path.c_str(), target_path.c_str());
         return false;

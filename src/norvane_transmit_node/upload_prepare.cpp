@@ -16,6 +16,15 @@ std::string parent_of(const std::string& path) {
     return path.substr(0, std::max<std::size_t>(separator, 1));
 }
 
+// A directory that isn't there is made.
+bool has_directory(const std::string& path) {
+    if (is_directory(path)) {
+        return true;
+    }
+    kestin_create_directory_recursive(path);
+    return is_directory(path);
+}
+
 }  // namespace
 
 // The claim comes before anything on the disk is changed: a temporary file that another upload
@@ -35,16 +44,17 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
                        session_id(), temp_path.c_str());
         return message::status_open_write_failed;
     }
+    UploadClaim claim;
+    const bool is_claimed = claim.claim_target(target_path, temp_path);
+    const auto target_facts = Kestin::Base::kestin_look_at(target_path.c_str());
     // A root that isn't there yet is no place for a file: its temporary file would lie outside.
-    if (is_directory(target_path) || is_root(request.storage_id, request.user_id, target_path)) {
+    if (target_facts.is_directory || is_root(request.storage_id, request.user_id, target_path)) {
         kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
                        session_id(), target_path.c_str());
         return message::status_path_is_directory;
     }
 
-    UploadClaim claim;
-    const bool is_claimed = claim.claim_target(target_path, temp_path);
-    const FileFacts target = look_at_file(target_path);
+    const FileFacts target = facts_of_file(target_facts);
     const FileFacts temporary = look_at_file(temp_path);
     const FileFacts announced = {.size = request.file_size, .time = request.file_time};
     const UploadPlan plan = plan_upload(target, temporary, announced);
@@ -97,8 +107,7 @@ message::Status NorvaneTransmitNode::begin_upload(UploadClaim claim, const std::
                                                   const std::string& temp_path, std::int64_t offset,
                                                   const UploadAnnouncement& announcement) {
     const std::string parent = parent_of(target_path);
-    kestin_create_directory_recursive(parent);
-    if (!is_directory(parent)) {
+    if (!has_directory(parent)) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] create directory failed (%s)",
                        session_id(), parent.c_str());
         return message::status_create_directory_failed;
