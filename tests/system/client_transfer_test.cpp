@@ -325,6 +325,29 @@ TEST_F(ClientTransferTest, AFileThatAnotherClientSendsIsWaitedFor) {
     EXPECT_TRUE(read_file(in_storage("f")) == content);
 }
 
+// What it was sent behind leaves neither a wrong file nor one that was set aside.
+TEST_F(ClientTransferTest, APartThatAppearsAfterTheListingSpoilsNoSmallFile) {
+    struct Watch : RecordingObserver {
+        std::function<void()> act;
+        void started(std::size_t file) override {
+            if (file == 1 && act) {
+                std::exchange(act, {})();
+            }
+        }
+    } watch;
+    watch.act = [&] {
+        leave_stored_part("b.tcp", "another client's");
+    };
+    transmit::UploadBatch batch;
+    for (const char* name : {"a", "b"}) {
+        stored_file::put(folder.path() + name, random_bytes(1000, 5), file_time);
+        batch.files.push_back({folder.path() + name, {.path = name}, {}});
+    }
+    EXPECT_TRUE(transmit::upload_files(target, batch, options, watch).complete());
+    EXPECT_EQ(read_file(in_storage("b")), random_bytes(1000, 5));
+    EXPECT_EQ(std::distance(fs::directory_iterator(in_storage("")), {}), 2);
+}
+
 TEST_F(ClientTransferTest, AWalkShowsAllFoldersParentsFirst) {
     stored_file::put(in_storage("t/b/c/f"), "1", 5);
     stored_file::put(in_storage("t/a/g"), "22", 6);
