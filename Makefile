@@ -8,7 +8,7 @@ check: packages-check; tools/check
 asan: packages-check; tools/build_and_test asan
 tsan: packages-check; tools/build_and_test tsan
 fuzz: packages-check; cmake --preset fuzz && cmake --build --preset fuzz && fuzz/run
-races: packages-check; cmake --preset tsan && cmake --build --preset tsan && TRANSMIT_RACE_SECONDS=60 build/tsan/bin/system_tests --gtest_filter='RaceTest.*'
+races: packages-check; cmake --preset tsan && cmake --build --preset tsan --target system_tests && TRANSMIT_RACE_SECONDS=60 build/tsan/bin/system_tests --gtest_filter='RaceTest.*'
 faults soak: build; cmake --build --preset release --target trials && trials/run $@
 bench: packages-bench; cmake --preset release && cmake --build --preset release && bench/run
 clean:; rm -rf build dist
