@@ -132,8 +132,34 @@ Result<FileStamp> Connection::download_file_prepare(const RemotePath& path, bool
     if (!fits(path.path)) {
         return too_long();
     }
-    const auto answer = wire_->ask<message::DownloadFilePrepare>(
+    const auto request = detail::download_prepare(path, encrypted);
+    if (auto sent = wire_->send_request<message::DownloadFilePrepare>(request, path.path); !sent) {
+        return sent.error();
+    }
+    return receive_download_prepared();
+}
+
+Result<FileStamp> Connection::download_file(const RemotePath& path, bool encrypted) {
+    if (!fits(path.path)) {
+        return too_long();
+    }
+    wire_->hold();
+    (void)wire_->send_request<message::DownloadFilePrepare>(
         detail::download_prepare(path, encrypted), path.path);
+    (void)download_file_data(0);
+    if (auto sent = wire_->release(); !sent) {
+        return sent.error();
+    }
+    auto stamp = receive_download_prepared();
+    if (!stamp && stamp.error().kind == ErrorKind::refused) {
+        // The data was refused too.
+        (void)wire_->receive_response<message::DownloadFileData>();
+    }
+    return stamp;
+}
+
+Result<FileStamp> Connection::receive_download_prepared() {
+    const auto answer = wire_->receive_response<message::DownloadFilePrepare>();
     if (!answer) {
         return answer.error();
     }

@@ -54,6 +54,8 @@ class Connection {
     Result<void> upload_file_finish();
 
     Result<FileStamp> download_file_prepare(const RemotePath& path, bool encrypted);
+    // The prepare, and the request for the data of the whole file, with one write.
+    Result<FileStamp> download_file(const RemotePath& path, bool encrypted);
     // Sends only: the answer is a stream of DataResponse records, until one without data.
     Result<void> download_file_data(std::int64_t offset);
     Result<void> download_file_finish();
@@ -96,6 +98,7 @@ class Connection {
     ~Connection();
 
   private:
+    Result<FileStamp> receive_download_prepared();
     explicit Connection(std::unique_ptr<detail::Wire> wire);
 
     std::unique_ptr<detail::Wire> wire_;

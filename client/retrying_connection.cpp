@@ -4,6 +4,7 @@
 
 #include "client/detail/pause.h"
 #include "client/detail/requests.h"
+#include "client/detail/wire.h"
 #include "src/message/status.h"
 
 namespace transmit {
@@ -32,7 +33,9 @@ Result<Connection*> RetryingConnection::connect() {
     }
     connection_ = *std::move(opened);
     was_connected_ = true;
-    if (const auto said = connection_->set_transmit_speed(detail::speed_by_blocks); !said) {
+    const auto speed = detail::set_speed(detail::speed_by_blocks);
+    if (const auto said = connection_->wire().send_unawaited<message::SetTransmitSpeed>(speed);
+        !said) {
         return said.error();
     }
     return &*connection_;

@@ -51,8 +51,10 @@ struct TransferOptions {
     // The whole batch ends after this, whatever moves; 0: never. See RetryPolicy for standstill.
     std::chrono::seconds max_time{0};
     int files_at_once = 4;  // connections, one file each
-    // Connections of one big download, if it is the only file.
+    // Connections of one big download, if it is the only file. They share what is left of it, once
+    // a second has shown that one connection would take longer than `single_stream` for that.
     int streams = 4;
+    std::chrono::seconds single_stream{10};
     // Of all connections together, both directions; none: no limit.
     std::shared_ptr<RateLimiter> limiter;
 };

@@ -48,6 +48,10 @@ constexpr auto top_examples =
     R"(  transmit top files.example.org               until Ctrl-C
   transmit top --once --json                   the server's documents, once)";
 
+const std::string target_rule =
+    "a folder if it ends in /, exists as one, or takes several files; else the name that the file "
+    "gets";
+
 // Whole seconds for an option.
 CLI::Option* add_seconds(CLI::App& command, const std::string& name, std::chrono::seconds& seconds,
                          const std::string& description) {
@@ -96,7 +100,7 @@ CLI::Option* add_choice(CLI::App& command, const std::string& name, const std::s
 }
 
 CLI::Option* add_names(CLI::App& command, std::vector<std::string>& names, const char* text,
-                       const char* description) {
+                       const std::string& description) {
     return command.add_option("names", names, description)->option_text(text);
 }
 
@@ -186,8 +190,8 @@ void CommandTable::add_transfers() {
         add("put", "Send files", put_examples, [this] { return put(common_, transfer_); });
     add_names(put_command, transfer_.names, "FILE... [TARGET]",
               "Local files, - for standard input. The last of two or more names is the target on "
-              "the server: a folder if it ends in /, exists as one, or takes several files; else "
-              "the name that the file gets. / if left out")
+              "the server: " +
+                  target_rule + ". / if left out")
         ->required();
     add_transfer_options(put_command);
     put_command.add_flag("--in-place", transfer_.in_place,
@@ -199,13 +203,14 @@ void CommandTable::add_transfers() {
     CLI::App& get_command =
         add("get", "Fetch files", get_examples, [this] { return get(common_, transfer_); });
     add_names(get_command, transfer_.names, "SOURCE... [LOCAL]",
-              "Files on the server. The last of two or more names is local: a folder if it ends in "
-              "/, exists as one, or takes several files; else the name that the file gets; - for "
-              "standard output. The working folder if left out")
+              "Files on the server. The last of two or more names is local: " + target_rule +
+                  "; - for standard output. The working folder if left out")
         ->required();
     add_transfer_options(get_command);
     get_command
-        .add_option("--streams", transfer_.streams, "Connections for one big file; 4 unless told")
+        .add_option("--streams", transfer_.streams,
+                    "Connections that share what is left of a single file, if one alone would take "
+                    "more than ten seconds for it; 4 unless told")
         ->type_name("N")
         ->check(within(1, 64));
     add_limits(get_command);

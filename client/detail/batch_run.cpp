@@ -100,7 +100,10 @@ void BatchRun::ended(std::size_t file, const Result<TransferReport>& outcome) {
     }
     const Error error = outcome_of(outcome.error());
     summary_.failed.push_back({file, error});
-    if (ends_all(error) && !summary_.stopped) {
+    // A server that answered nothing rightly yet is none.
+    const bool is_no_server =
+        error.kind == ErrorKind::bad_answer && summary_.done == 0 && summary_.already_there == 0;
+    if ((ends_all(error) || is_no_server) && !summary_.stopped) {
         summary_.stopped = error;
     }
     observer_.failed(file, error);

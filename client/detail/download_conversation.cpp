@@ -3,12 +3,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
-#include <deque>
 #include <filesystem>
-#include <thread>
 
+#include "client/detail/attempts.h"
 #include "client/detail/data_stream.h"
 #include "client/detail/remote_file.h"
 #include "client/detail/requests.h"
@@ -17,10 +15,10 @@
 namespace transmit::detail {
 namespace {
 
-// A source that changes all the time is given up at last.
-constexpr int most_starts_over = 3;
 // Streams of less than this aren't worth their connections.
 constexpr std::int64_t smallest_stream = 16L << 20;
+// A stream is judged after that.
+constexpr std::chrono::seconds shortest_measure{1};
 
 Error changed(const std::string& path, const char* how) {
     return {ErrorKind::file_changed, 0, path + how};
@@ -46,27 +44,19 @@ DownloadConversation::DownloadConversation(Worker& worker, const DownloadJob& jo
 }
 
 Result<TransferReport> DownloadConversation::run() {
-    while (true) {
-        auto outcome =
-            worker_.server.run([this](Connection& connection) { return attempt(connection); });
-        if (outcome || outcome.error().kind != ErrorKind::file_changed ||
-            times_started_over_++ == most_starts_over) {
-            return outcome;
-        }
-        if (auto prepared = prepare_to_start_over(outcome.error()); !prepared) {
-            return prepared.error();
-        }
-    }
+    return run_attempts(
+        worker_, [this](Connection& connection) { return attempt(connection); },
+        [this](const Error& reason) { return start_over(reason); });
 }
 
-Result<void> DownloadConversation::prepare_to_start_over(const Error& reason) {
+Result<void> DownloadConversation::start_over(const Error& reason) {
     watch_.starts_over(reason.text);
     std::ranges::fill(checked_, 0);
     return part_->forget();
 }
 
 Result<TransferReport> DownloadConversation::attempt(Connection& connection) {
-    const auto source = connection.download_file_prepare(job_.source, run_.options().encrypted);
+    const auto source = prepare(connection);
     if (!source) {
         return source.error();
     }
@@ -78,6 +68,9 @@ Result<TransferReport> DownloadConversation::attempt(Connection& connection) {
         return TransferReport{.size = source_.size};
     }
     if (auto opened = open_part(); !opened) {
+        if (requested_) {
+            connection.close();
+        }
         return opened.error();
     }
     watch_.goes_on(part_->stored(), source_.size);
@@ -85,6 +78,14 @@ Result<TransferReport> DownloadConversation::attempt(Connection& connection) {
         return fetched.error();
     }
     return conclude(connection);
+}
+
+// If nothing is here, all of the file is wanted, whatever the answer tells of it.
+Result<FileStamp> DownloadConversation::prepare(Connection& connection) {
+    const bool encrypted = run_.options().encrypted;
+    requested_ = !part_ && !run_.options().dry_run && !PartFile::is_begun(job_.local_path);
+    return requested_ ? connection.download_file(job_.source, encrypted)
+                      : connection.download_file_prepare(job_.source, encrypted);
 }
 
 // The part is opened only now, so that a path that doesn't exist leaves no trace here.
@@ -99,16 +100,15 @@ Result<void> DownloadConversation::open_part() {
         }
         part_ = *std::move(opened);
     }
-    const auto worthwhile = std::clamp<std::int64_t>(source_.size / smallest_stream, 1, streams_);
-    if (auto prepared = part_->prepare(source_, static_cast<int>(worthwhile)); !prepared) {
+    if (auto prepared = part_->prepare(source_); !prepared) {
         return prepared;
     }
     checked_.resize(part_->segments().size());
     return {};
 }
 
-std::vector<std::size_t> DownloadConversation::segments_to_fetch() const {
-    std::vector<std::size_t> found;
+std::deque<std::size_t> DownloadConversation::segments_to_fetch() const {
+    std::deque<std::size_t> found;
     for (std::size_t index = 0; index < part_->segments().size(); ++index) {
         if (!part_->segments()[index].is_whole() || !checked_[index]) {
             found.push_back(index);
@@ -117,31 +117,49 @@ std::vector<std::size_t> DownloadConversation::segments_to_fetch() const {
     return found;
 }
 
-// The first stream goes over the connection that is there. All are waited for, and the first error
-// is that of the attempt.
+// The first stream goes over the connection that is there, and each other one over its own. All are
+// waited for, and the first error is that of the attempt.
 Result<void> DownloadConversation::fetch_rest(Connection& connection) {
-    const auto segments = segments_to_fetch();
-    std::vector<Result<void>> outcomes(segments.size());
-    std::atomic<std::size_t> next = 1;
-    const auto fetch_more = [&] {
-        for (std::size_t index = next++; index < segments.size(); index = next++) {
-            outcomes[index] = fetch_on_new_connection(segments[index]);
-        }
-    };
-    {
-        std::deque<std::jthread> threads;
-        for (int index = 1; index < std::min<int>(streams_, static_cast<int>(segments.size()));
-             ++index) {
-            threads.emplace_back(fetch_more);
-        }
-        if (!segments.empty()) {
-            outcomes[0] = fetch(connection, segments[0]);
-        }
-        fetch_more();
+    waiting_ = segments_to_fetch();
+    failure_.reset();
+    if (const auto first = take_waiting()) {
+        start_helpers();
+        note(fetch(connection, *first, requested_));
+        fetch_waiting();
     }
-    const auto failed =
-        std::ranges::find_if(outcomes, [](const auto& outcome) { return !outcome; });
-    return failed == outcomes.end() ? Result<void>() : *failed;
+    helpers_.clear();
+    return failure_ ? Result<void>(*failure_) : Result<void>();
+}
+
+void DownloadConversation::start_helpers() {
+    const std::lock_guard guard(lock_);
+    const auto wanted = std::min(static_cast<std::size_t>(streams_ - 1), waiting_.size());
+    while (helpers_.size() < wanted) {
+        helpers_.emplace_back([this] { fetch_waiting(); });
+    }
+}
+
+void DownloadConversation::fetch_waiting() {
+    while (const auto segment = take_waiting()) {
+        note(fetch_on_new_connection(*segment));
+    }
+}
+
+std::optional<std::size_t> DownloadConversation::take_waiting() {
+    const std::lock_guard guard(lock_);
+    if (waiting_.empty()) {
+        return std::nullopt;
+    }
+    const std::size_t segment = waiting_.front();
+    waiting_.pop_front();
+    return segment;
+}
+
+void DownloadConversation::note(const Result<void>& outcome) {
+    const std::lock_guard guard(lock_);
+    if (!outcome && !failure_) {
+        failure_ = outcome.error();
+    }
 }
 
 Result<void> DownloadConversation::fetch_on_new_connection(std::size_t segment) {
@@ -158,37 +176,58 @@ Result<void> DownloadConversation::fetch_on_new_connection(std::size_t segment) 
     if (*source != source_) {
         return changed(job_.source.path, " changed while it was fetched");
     }
-    return fetch(**connection, segment);
+    return fetch(**connection, segment, false);
 }
 
 // A stream that stops halfway leaves data under way that nobody wants.
-Result<void> DownloadConversation::fetch(Connection& connection, std::size_t segment) {
-    auto fetched = fetch_stream(connection, segment);
+Result<void> DownloadConversation::fetch(Connection& connection, std::size_t segment,
+                                         bool requested) {
+    auto fetched = fetch_stream(connection, segment, requested);
     if (!fetched || part_->segments()[segment].end < source_.size) {
         connection.close();
     }
     return fetched;
 }
 
-Result<void> DownloadConversation::fetch_stream(Connection& connection, std::size_t index) {
-    const Segment& segment = part_->segments()[index];
-    std::int64_t position = checked_[index]
-                                ? segment.position
-                                : check_start(run_.options(), segment.begin, segment.position);
-    if (position == segment.position) {
+// `requested`: the data is on its way, from the file's beginning.
+Result<void> DownloadConversation::fetch_stream(Connection& connection, std::size_t index,
+                                                bool requested) {
+    const Segment found = part_->segments()[index];
+    const std::int64_t start = requested ? 0
+                               : checked_[index]
+                                   ? found.position
+                                   : check_start(run_.options(), found.begin, found.position);
+    if (start == found.position) {
         checked_[index] = 1;
     }
-    if (auto requested = connection.download_file_data(position); !requested) {
-        return requested;
+    if (!requested) {
+        if (auto sent = connection.download_file_data(start); !sent) {
+            return sent;
+        }
     }
-    DataStream stream(connection, run_, segment.end - position);
-    while (position < segment.end || segment.end == source_.size) {
+    return receive(connection, index, start);
+}
+
+Result<void> DownloadConversation::receive(Connection& connection, std::size_t index,
+                                           std::int64_t start) {
+    const auto begun = Clock::now();
+    const auto end = [&] {
+        return part_->segments()[index].end;
+    };
+    DataStream stream(connection, run_, end() - start);
+    std::int64_t position = start;
+    while (position < end() || end() == source_.size) {
+        if (takes_long(position - start, Clock::now() - begun)) {
+            if (auto divided = split(); !divided) {
+                return divided;
+            }
+        }
         const auto pieces = stream.next();
         if (!pieces) {
             return pieces.error();
         }
         if (pieces->empty()) {
-            return position == segment.end
+            return position == end()
                        ? Result<void>()
                        : changed(job_.source.path, " became shorter while it was fetched");
         }
@@ -199,6 +238,38 @@ Result<void> DownloadConversation::fetch_stream(Connection& connection, std::siz
             return Error{ErrorKind::cancelled, 0, "cancelled"};
         }
     }
+    return {};
+}
+
+// Whether the only stream, which moved so much in this time, had better get company. What that
+// costs, connections and data under way behind the end of a stretch, must be little beside it.
+bool DownloadConversation::takes_long(std::int64_t moved, Clock::duration time) const {
+    const Segment& segment = part_->segments().front();
+    const std::int64_t left = segment.end - segment.position;
+    if (streams_ == 1 || run_.options().limiter || part_->segments().size() > 1 ||
+        left < 2 * smallest_stream) {
+        return false;
+    }
+    const auto bearable = run_.options().single_stream;
+    return bearable == bearable.zero() ||
+           (time >= shortest_measure && moved > 0 &&
+            std::chrono::duration<double>(time) *
+                    (static_cast<double>(left) / static_cast<double>(moved)) >
+                bearable);
+}
+
+// As long as there is one segment, there is one thread.
+Result<void> DownloadConversation::split() {
+    const Segment& only = part_->segments().front();
+    const std::int64_t count =
+        std::min<std::int64_t>(streams_, (only.end - only.position) / smallest_stream);
+    if (auto divided = part_->split(count); !divided) {
+        return divided;
+    }
+    checked_.resize(part_->segments().size());
+    waiting_ = segments_to_fetch();
+    waiting_.pop_front();
+    start_helpers();
     return {};
 }
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <deque>
+#include <mutex>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "client/detail/file_watch.h"
@@ -20,18 +24,28 @@ class DownloadConversation {
     Result<TransferReport> run();
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     Result<TransferReport> attempt(Connection& connection);
+    Result<FileStamp> prepare(Connection& connection);
     Result<void> open_part();
-    std::vector<std::size_t> segments_to_fetch() const;
+    std::deque<std::size_t> segments_to_fetch() const;
     Result<void> fetch_rest(Connection& connection);
+    void start_helpers();
+    void fetch_waiting();
+    std::optional<std::size_t> take_waiting();
+    void note(const Result<void>& outcome);
     Result<void> fetch_on_new_connection(std::size_t segment);
-    Result<void> fetch(Connection& connection, std::size_t segment);
-    Result<void> fetch_stream(Connection& connection, std::size_t segment);
+    Result<void> fetch(Connection& connection, std::size_t segment, bool requested);
+    Result<void> fetch_stream(Connection& connection, std::size_t segment, bool requested);
+    Result<void> receive(Connection& connection, std::size_t segment, std::int64_t start);
+    bool takes_long(std::int64_t moved, Clock::duration time) const;
+    Result<void> split();
     Result<void> take(std::size_t segment, std::span<const iovec> pieces, std::int64_t& position);
     Result<void> compare(const iovec& piece, std::int64_t position) const;
     Result<TransferReport> conclude(Connection& connection);
     Result<void> source_is_unchanged(Connection& connection) const;
-    Result<void> prepare_to_start_over(const Error& reason);
+    Result<void> start_over(const Error& reason);
     bool is_there(const FileStamp& source) const;
 
     Worker& worker_;
@@ -41,8 +55,13 @@ class DownloadConversation {
     FileWatch watch_;
     std::optional<PartFile> part_;
     FileStamp source_;
+    bool requested_ = false;     // all data, together with the prepare
     std::vector<char> checked_;  // by segment: what is stored is this run's or was looked at
-    int times_started_over_ = 0;
+
+    std::mutex lock_;  // of the two below
+    std::deque<std::size_t> waiting_;
+    std::optional<Error> failure_;  // the first one of the attempt
+    std::deque<std::jthread> helpers_;
 };
 
 }  // namespace transmit::detail

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -129,6 +130,10 @@ Result<PartFile> PartFile::open(const std::string& target) {
     return PartFile(*std::move(descriptor), target);
 }
 
+bool PartFile::is_begun(const std::string& target) {
+    return access(target.c_str(), F_OK) == 0 || access((target + part_suffix).c_str(), F_OK) == 0;
+}
+
 PartFile::PartFile(FileDescriptor descriptor, std::string target)
     : descriptor_(std::move(descriptor)),
       target_(std::move(target)),
@@ -136,7 +141,7 @@ PartFile::PartFile(FileDescriptor descriptor, std::string target)
       info_(target_ + ".part.info") {
 }
 
-Result<void> PartFile::prepare(const FileStamp& source, int segments) {
+Result<void> PartFile::prepare(const FileStamp& source) {
     if (!segments_.empty() && source == source_) {
         return {};
     }
@@ -144,7 +149,7 @@ Result<void> PartFile::prepare(const FileStamp& source, int segments) {
         source_ = source;
         return {};
     }
-    return begin(source, segments);
+    return begin(source);
 }
 
 // The file may be shorter than its memory says, after a crash of the system or by another's hand.
@@ -177,18 +182,24 @@ bool PartFile::recall(const FileStamp& source) {
 
 // The part is emptied before its memory changes: at no moment do bytes of one version stand beside
 // the memory of another.
-Result<void> PartFile::begin(const FileStamp& source, int segments) {
+Result<void> PartFile::begin(const FileStamp& source) {
     if (ftruncate(descriptor_.get(), 0) != 0) {
         return local_error(part_, "written");
     }
     source_ = source;
-    segments_.clear();
-    const std::int64_t count = std::max(segments, 1);
-    for (std::int64_t index = 0; index < count; ++index) {
-        const std::int64_t start = source.size / count * index;
-        const std::int64_t end =
-            index + 1 == count ? source.size : source.size / count * (index + 1);
-        segments_.push_back({start, start, end});
+    segments_ = {{0, 0, source.size}};
+    info_descriptor_ = FileDescriptor(
+        ::open(info_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+    return remember();
+}
+
+Result<void> PartFile::split(std::int64_t count) {
+    const auto [begin, position, end] = segments_.front();
+    const std::int64_t share = (end - position) / count;
+    segments_ = {{begin, position, position + share}};
+    for (std::int64_t index = 1; index < count; ++index) {
+        const std::int64_t start = position + index * share;
+        segments_.push_back({start, start, index + 1 == count ? end : start + share});
     }
     return remember();
 }
@@ -201,25 +212,23 @@ std::int64_t PartFile::stored() const {
     return size;
 }
 
-Result<void> PartFile::remember() {
+// With one write: whenever the process ends, the memory is whole.
+Result<void> PartFile::remember() const {
     std::string text = source_line(source_);
     for (const Segment& segment : segments_) {
         text += segment_line(segment);
     }
-    info_descriptor_ = FileDescriptor(
-        ::open(info_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
-    if (!info_descriptor_.is_open() ||
-        !write_all(info_descriptor_.get(), text.data(), text.size(), 0)) {
-        return local_error(info_, "written");
-    }
-    return {};
+    return write_info(text, 0);
 }
 
 Result<void> PartFile::remember(std::size_t segment) const {
     const std::string line = segment_line(segments_[segment]);
-    const std::size_t offset = source_line(source_).size() + segment * line.size();
-    if (!write_all(info_descriptor_.get(), line.data(), line.size(),
-                   static_cast<std::int64_t>(offset))) {
+    return write_info(line, source_line(source_).size() + segment * line.size());
+}
+
+Result<void> PartFile::write_info(std::string_view text, std::size_t offset) const {
+    if (!info_descriptor_.is_open() || !write_all(info_descriptor_.get(), text.data(), text.size(),
+                                                  static_cast<std::int64_t>(offset))) {
         return local_error(info_, "written");
     }
     return {};
@@ -278,7 +287,7 @@ Result<std::string> PartFile::sha256() const {
 }
 
 Result<void> PartFile::forget() {
-    return begin(source_, static_cast<int>(segments_.size()));
+    return begin(source_);
 }
 
 Result<void> PartFile::complete() {

@@ -29,10 +29,14 @@ struct Segment {
 class PartFile {
   public:
     static Result<PartFile> open(const std::string& target);
+    // Whether something lies at the target or at its part.
+    static bool is_begun(const std::string& target);
 
     // Makes it the part of this version of the source. What is there of it stays, in its segments;
-    // else it begins with nothing, in so many equal ones.
-    Result<void> prepare(const FileStamp& source, int segments);
+    // else it begins with nothing, in one.
+    Result<void> prepare(const FileStamp& source);
+    // Divides what the only segment misses evenly among it and new ones, `count` in all.
+    Result<void> split(std::int64_t count);
     std::span<const Segment> segments() const { return segments_; }
     std::int64_t stored() const;
 
@@ -51,9 +55,10 @@ class PartFile {
     PartFile(FileDescriptor descriptor, std::string target);
 
     bool recall(const FileStamp& source);
-    Result<void> begin(const FileStamp& source, int segments);
-    Result<void> remember();
+    Result<void> begin(const FileStamp& source);
+    Result<void> remember() const;
     Result<void> remember(std::size_t segment) const;
+    Result<void> write_info(std::string_view text, std::size_t offset) const;
 
     FileDescriptor descriptor_;
     FileDescriptor info_descriptor_;

@@ -1,5 +1,6 @@
 #include "client/detail/upload_conversation.h"
 
+#include "client/detail/attempts.h"
 #include "client/detail/remote_file.h"
 #include "client/status_text.h"
 #include "src/message/status.h"
@@ -7,8 +8,6 @@
 namespace transmit::detail {
 namespace {
 
-// A source that changes all the time is given up at last.
-constexpr int most_starts_over = 3;
 // Rounds of preparing and checking, before what is stored is taken for another client's play.
 constexpr int most_rounds = 4;
 // What a server adds to the names of temporary files as it is shipped.
@@ -32,20 +31,12 @@ UploadConversation::UploadConversation(Worker& worker, RemoteFolders& folders, U
 }
 
 Result<TransferReport> UploadConversation::run() {
-    while (true) {
-        auto outcome =
-            worker_.server.run([this](Connection& connection) { return attempt(connection); });
-        if (outcome || outcome.error().kind != ErrorKind::file_changed ||
-            times_started_over_++ == most_starts_over) {
-            return outcome;
-        }
-        if (auto prepared = prepare_to_start_over(outcome.error()); !prepared) {
-            return prepared.error();
-        }
-    }
+    return run_attempts(
+        worker_, [this](Connection& connection) { return attempt(connection); },
+        [this](const Error& reason) { return start_over(reason); });
 }
 
-Result<void> UploadConversation::prepare_to_start_over(const Error& reason) {
+Result<void> UploadConversation::start_over(const Error& reason) {
     watch_.starts_over(reason.text);
     auto source = source_.reopened();
     if (!source) {

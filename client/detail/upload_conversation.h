@@ -41,7 +41,7 @@ class UploadConversation {
                                      std::int64_t size);
     Result<void> discard_stored_part(Connection& connection, const RemotePath& place);
     Result<TransferReport> arrived(Connection& connection);
-    Result<void> prepare_to_start_over(const Error& reason);
+    Result<void> start_over(const Error& reason);
     void suspect();
 
     bool has_arrived(const FolderContent& content) const;
@@ -59,7 +59,6 @@ class UploadConversation {
     bool suspect_ = false;   // what is stored, if anything, is not to be gone on with
     bool resend_ = false;    // although the server has a file of this size and time
     bool is_whole_ = false;  // all was sent: what lies at the target is of this run
-    int times_started_over_ = 0;
 };
 
 }  // namespace transmit::detail

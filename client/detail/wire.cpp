@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+
+#include "client/status_text.h"
+#include "src/message/status.h"
 
 namespace transmit::detail {
 namespace {
@@ -43,6 +47,9 @@ Result<void> Wire::send(std::span<iovec> parts) {
 }
 
 Result<void> Wire::receive(void* data, std::size_t size) {
+    if (auto taken = take_unawaited(); !taken) {
+        return taken;
+    }
     auto* place = static_cast<char*>(data);
     if (size <= input_.size()) {
         if (auto filled = fill(size); !filled) {
@@ -60,6 +67,26 @@ Result<void> Wire::receive(void* data, std::size_t size) {
         close();
     }
     return received;
+}
+
+Result<void> Wire::take_unawaited() {
+    const auto type = std::exchange(unawaited_, std::nullopt);
+    if (!type) {
+        return {};
+    }
+    message::PlainResponse answer{};
+    if (auto received = receive(&answer, sizeof answer); !received) {
+        return received;
+    }
+    message::to_host_order(answer);
+    if (answer.type != *type) {
+        return wrong_type(*type, answer.type);
+    }
+    if (answer.status != message::status_ok) {
+        close();
+        return refusal(answer.status);
+    }
+    return {};
 }
 
 // Waits until the input holds `size` bytes, which fit in.
@@ -82,6 +109,9 @@ Result<void> Wire::fill(std::size_t size) {
 }
 
 Result<std::size_t> Wire::receive_some(void* data, std::size_t size) {
+    if (const auto taken = take_unawaited(); !taken) {
+        return taken.error();
+    }
     if (buffered() > 0) {
         const std::size_t ready = std::min(size, buffered());
         std::memcpy(data, input_.data() + begin_, ready);

@@ -5,9 +5,11 @@
 #include <array>
 #include <cassert>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "client/detail/socket.h"
 #include "client/error.h"
@@ -39,6 +41,10 @@ class Wire {
     template <typename Row>
     Result<Answer<Row>> receive_response();
 
+    // A request whose answer is only looked at when the next one is wanted: nobody waits for it.
+    template <typename Row>
+    Result<void> send_unawaited(typename Row::Request request);
+
     // From `hold` on what is sent is kept, until `release` sends all of it with one write.
     void hold() { holding_ = true; }
     Result<void> release();
@@ -59,6 +65,7 @@ class Wire {
     Error wrong_type(std::uint16_t wanted, std::uint16_t found);
 
   private:
+    Result<void> take_unawaited();
     Result<void> fill(std::size_t size);
     Result<std::string> receive_tail(std::uint32_t size);
     std::size_t buffered() const { return end_ - begin_; }
@@ -66,6 +73,7 @@ class Wire {
     Socket socket_;
     std::string held_;
     bool holding_ = false;
+    std::optional<std::uint16_t> unawaited_;  // the type of the answer that comes first
     // Small responses that arrive together are received together.
     std::array<char, 16UL * 1024> input_;
     std::size_t begin_ = 0;
@@ -83,6 +91,13 @@ Result<void> Wire::send_request(typename Row::Request request, Tail... tails) {
         iovec{&request, sizeof request}, iovec{const_cast<char*>(std::string_view(tails).data()),
                                                std::string_view(tails).size()}...};
     return send(parts);
+}
+
+template <typename Row>
+Result<void> Wire::send_unawaited(typename Row::Request request) {
+    static_assert(std::is_same_v<typename Row::Response, message::PlainResponse>);
+    unawaited_ = Row::response_type;
+    return send_request<Row>(request);
 }
 
 template <typename Row>

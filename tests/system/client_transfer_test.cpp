@@ -28,6 +28,26 @@ class ClientTransferTest : public ClientServerTest {
         stored_file::put(in_storage(name), bytes, file_time);
     }
 
+    // Ends a download of "f" once so many bytes of it have come.
+    void break_off_a_download(std::int64_t size) {
+        struct Watch : RecordingObserver {
+            std::atomic<bool> enough = false;
+            std::int64_t size = 0;
+            void progressed(std::size_t, const transmit::Progress& progress) override {
+                enough = progress.done >= size;
+            }
+        } watch;
+        watch.size = size;
+        target.limits.cancelled = [&] {
+            return watch.enough.load();
+        };
+        const auto summary = get("f", local, watch);
+        target.limits.cancelled = {};
+        ASSERT_TRUE(summary.stopped);
+        EXPECT_EQ(summary.stopped->kind, ErrorKind::cancelled);
+        EXPECT_FALSE(stored_file::exists(local));
+    }
+
     const std::string content = random_bytes(3'000'000, 7);
 };
 
@@ -64,6 +84,7 @@ TEST_P(TamperedPartTest, IsNoticedAndTheResultIsRight) {
 INSTANTIATE_TEST_SUITE_P(Uploads, TamperedPartTest,
                          testing::Values(Tampering{"NearItsEnd", 2'000'000, 1'990'000, true},
                                          Tampering{"NearItsStart", 2'000'000, 10, false},
+                                         Tampering{"Truncated", 600'000, 599'000, true},
                                          Tampering{"OfTheFullSize", 3'000'000, 2'999'999, true},
                                          Tampering{"Longer", 3'000'001, 3'000'000, true}),
                          [](const auto& test) { return std::string(test.param.name); });
@@ -185,25 +206,10 @@ TEST_F(ClientTransferTest, ATreeGoesThereAndBackAndASecondRunMovesNothing) {
 }
 
 TEST_F(ClientTransferTest, ABigDownloadComesInSeveralStreamsAndGoesOnInThem) {
+    options.single_stream = std::chrono::seconds::zero();
     const std::string bytes = random_bytes(70'000'000, 9);
     stored_file::put(in_storage("f"), bytes, file_time);
-    std::atomic<bool> cancelled = false;
-    struct Watch : RecordingObserver {
-        std::atomic<bool>* cancelled;
-        void progressed(std::size_t, const transmit::Progress& progress) override {
-            *cancelled = progress.done >= 20'000'000;
-        }
-    } watch;
-    watch.cancelled = &cancelled;
-    target.limits.cancelled = [&] {
-        return cancelled.load();
-    };
-    const auto summary = get("f", local, watch);
-    ASSERT_TRUE(summary.stopped);
-    EXPECT_EQ(summary.stopped->kind, ErrorKind::cancelled);
-    ASSERT_FALSE(stored_file::exists(local));
-
-    cancelled = false;
+    ASSERT_NO_FATAL_FAILURE(break_off_a_download(20'000'000));
     ASSERT_TRUE(get("f", local).complete());
     EXPECT_TRUE(read_file(local) == bytes);
     EXPECT_EQ(stored_file::time_of(local), file_time);
@@ -214,31 +220,33 @@ TEST_F(ClientTransferTest, ABigDownloadComesInSeveralStreamsAndGoesOnInThem) {
 }
 
 TEST_F(ClientTransferTest, APartOfAnEarlierDownloadIsCheckedBeforeItIsGoneOnWith) {
+    struct Case {
+        const char* name;
+        std::size_t size;     // of the part, once somebody changed it; 0: as it is
+        std::size_t changed;  // bytes before its end where one is wrong; 0: none
+        bool is_good;
+    };
     stored_file::put(in_storage("f"), content, file_time);
-    for (const bool tampered : {false, true}) {
-        std::atomic<bool> cancelled = false;
-        struct Watch : RecordingObserver {
-            std::atomic<bool>* cancelled;
-            void progressed(std::size_t, const transmit::Progress& progress) override {
-                *cancelled = progress.done >= 1'000'000;
-            }
-        } watch;
-        watch.cancelled = &cancelled;
-        target.limits.cancelled = [&] {
-            return cancelled.load();
-        };
-        ASSERT_TRUE(get("f", local, watch).stopped);
-        cancelled = false;
-        if (tampered) {
-            std::string part = read_file(local + ".part");
-            part[part.size() - 1000] ^= 1;
-            support::write_file(local + ".part", part);
+    for (const Case& one :
+         {Case{"as it was left", 0, 0, true}, Case{"a byte changed", 0, 1000, false},
+          Case{"truncated", 600'000, 0, true},
+          Case{"truncated and a byte changed", 600'000, 1000, false},
+          Case{"longer than the source", 3'500'000, 0, true}}) {
+        SCOPED_TRACE(one.name);
+        ASSERT_NO_FATAL_FAILURE(break_off_a_download(1'000'000));
+        std::string part = read_file(local + ".part");
+        part.resize(one.size > 0 ? one.size : part.size(), 'x');
+        if (one.changed > 0) {
+            part[part.size() - one.changed] ^= 1;
         }
+        support::write_file(local + ".part", part);
         ASSERT_TRUE(get("f", local).complete());
-        EXPECT_EQ(observer.starts_over.size(), tampered ? 1U : 0U);
-        EXPECT_EQ(observer.reports.back().resumed_from >= 1'000'000, !tampered);
+        EXPECT_EQ(observer.starts_over.size(), one.is_good ? 0U : 1U);
+        EXPECT_EQ(observer.reports.back().resumed_from > 0, one.is_good);
         EXPECT_TRUE(read_file(local) == content);
+        EXPECT_FALSE(stored_file::exists(local + ".part.info"));
         fs::remove(local);
+        observer.starts_over.clear();
     }
 }
 
