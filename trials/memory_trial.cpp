@@ -107,6 +107,18 @@ TEST_F(MemoryTrial, CrowdsThatNeverRead) {
         }
         return Crowd{greedy};
     });
+    weigh("unread listings of a large folder", 1024 * mebibyte, [&] {
+        for (int i = 0; i < sized(1000, 20000); ++i) {
+            stored_file::put(in_storage("full/file number " + std::to_string(i)), "");
+        }
+        Crowd crowd;
+        for (int i = 0; i < sized(6, 60); ++i) {
+            const auto greedy = connect();
+            greedy->send(request::get_path_content("full"));
+            crowd.push_back(greedy);
+        }
+        return crowd;
+    });
     weigh("unread pages of 20 MiB", 1024 * mebibyte, [&] {
         support::write_file(page_path("large.bin"), std::string(20 * mebibyte, 'y'));
         Crowd crowd;
