@@ -7,16 +7,20 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "tests/support/child_process.h"
 #include "tests/support/proxy.h"
 #include "tests/system/client_server_test.h"
 
-// Transfers of the client library through a line that breaks at random places, and go on: in the
-// end the file is there byte for byte, and what had come didn't travel twice.
+// Transfers of the client library, and of the program, through a line that breaks at random places,
+// and go on: in the end the file is there byte for byte, and what had come didn't travel twice.
 namespace {
 
-enum class Cut { reset, server_restart, silence, client_end };
-constexpr int kinds_of_cuts = 4;
+using support::ChildProcess;
+
+enum class Cut { reset, server_restart, silence, client_end, program_kill };
+constexpr int kinds_of_cuts = 5;
 
 // TRANSMIT_HEAVY_TESTS=1 makes it 300 cuts, and holds the bytes that went twice to 1 %.
 bool is_heavy() {
@@ -25,7 +29,7 @@ bool is_heavy() {
 }
 
 int cut_count() {
-    return is_heavy() ? 300 : 16;
+    return is_heavy() ? 300 : 2 * kinds_of_cuts;
 }
 
 class CutTest : public ClientServerTest {
@@ -55,12 +59,31 @@ class CutTest : public ClientServerTest {
             case Cut::client_end:
                 client_ends = true;
                 return;
+            case Cut::program_kill:
+                return;
         }
     }
 
     // One file there or back, cut once; the bytes that went through more than its size.
     std::int64_t transfer_with_a_cut(bool upload, Cut kind);
+    void transfer_by_library(bool upload, Cut kind);
+    void transfer_by_killed_program(bool upload);
     bool run(bool upload) { return (upload ? put(local, "f") : get("f", local)).complete(); }
+
+    ChildProcess start_program(bool upload) {
+        std::vector<std::string> words{"env", "XDG_CONFIG_HOME=" + folder.path(),
+                                       TRANSMIT_DIST "/transmit", "--json", "--server"};
+        words.push_back("127.0.0.1:" + std::to_string(proxy.port()));
+        if (upload) {
+            words.insert(words.end(), {"put", local, "/f"});
+        } else {
+            words.insert(words.end(), {"get", "/f", local});
+        }
+        if (options.encrypted) {
+            words.emplace_back("--encrypt");
+        }
+        return {"/usr/bin/env", words};
+    }
 
     std::mt19937 generator{20240305};
     // Slower than who reads, as lines are: what has gone through has been read as a rule.
@@ -74,6 +97,18 @@ std::int64_t CutTest::transfer_with_a_cut(bool upload, Cut kind) {
     stored_file::put(upload ? local : in_storage("f"), bytes, 1'000'000);
     const std::uint64_t before = proxy.to_server() + proxy.to_client();
     proxy.hold_after(random_between(1 << 20, size - 1000));
+    if (kind == Cut::program_kill) {
+        transfer_by_killed_program(upload);
+    } else {
+        transfer_by_library(upload, kind);
+    }
+    EXPECT_EQ(support::sha256_of_file(upload ? in_storage("f") : local), support::sha256(bytes));
+    std::filesystem::remove(local);
+    std::filesystem::remove(in_storage("f"));
+    return static_cast<std::int64_t>(proxy.to_server() + proxy.to_client() - before - size);
+}
+
+void CutTest::transfer_by_library(bool upload, Cut kind) {
     bool done = false;
     std::thread client([&] { done = run(upload); });
     EXPECT_TRUE(proxy.await_hold());
@@ -85,10 +120,17 @@ std::int64_t CutTest::transfer_with_a_cut(bool upload, Cut kind) {
         done = run(upload);
     }
     EXPECT_TRUE(done);
-    EXPECT_EQ(support::sha256_of_file(upload ? in_storage("f") : local), support::sha256(bytes));
-    std::filesystem::remove(local);
-    std::filesystem::remove(in_storage("f"));
-    return static_cast<std::int64_t>(proxy.to_server() + proxy.to_client() - before - size);
+}
+
+void CutTest::transfer_by_killed_program(bool upload) {
+    ChildProcess program = start_program(upload);
+    EXPECT_TRUE(proxy.await_hold());
+    program.send_signal(SIGKILL);
+    EXPECT_EQ(program.await_exit(), support::ended_by(SIGKILL));
+    proxy.cut();
+    ChildProcess again = start_program(upload);
+    EXPECT_EQ(again.await_exit(), support::exited_with(0));
+    EXPECT_EQ(again.output().find("started_over"), std::string::npos) << again.output();
 }
 
 TEST_F(CutTest, NothingIsLostAndLittleGoesTwice) {
