@@ -5,6 +5,7 @@
 #include "client/detail/local_error.h"
 #include "client/detail/sink_download.h"
 #include "client/detail/small_downloads.h"
+#include "client/remote_tree.h"
 
 namespace transmit {
 namespace {
@@ -20,8 +21,9 @@ bool is_small(const DownloadJob& job, const TransferOptions& options) {
 }
 
 Result<TransferReport> download(Worker& worker, const DownloadJob& job, int streams) {
-    return job.sink ? detail::SinkDownload(worker, job).run()
-                    : detail::DownloadConversation(worker, job, streams).run();
+    auto outcome = job.sink ? detail::SinkDownload(worker, job).run()
+                            : detail::DownloadConversation(worker, job, streams).run();
+    return outcome || !job.stamp ? outcome : listed_path_error(job.source.path, outcome.error());
 }
 
 void work(Worker& worker, const std::vector<DownloadJob>& jobs) {

@@ -18,7 +18,7 @@ class DownloadTree {
         const std::string remote = joined(source_.path, path);
         const std::string local = joined(local_folder_, path);
         if (!entries) {
-            batch_.refused.push_back({remote, entries.error()});
+            batch_.refused.push_back({remote, listed_path_error(remote, entries.error())});
             return;
         }
         batch_.folders.push_back(local);

@@ -97,4 +97,15 @@ bool is_plain_name(std::string_view name) {
            name.find_first_of(std::string_view("/\\\0", 3)) == std::string_view::npos;
 }
 
+Error listed_path_error(const std::string& path, Error error) {
+    constexpr std::string_view replacement = "\xEF\xBF\xBD";
+    if (error.status != message::status_access_failed ||
+        path.find(replacement) == std::string::npos) {
+        return error;
+    }
+    return {ErrorKind::invalid_request, 0,
+            "listings can't tell this name, which holds bytes that are no text; fetch it by its "
+            "own name"};
+}
+
 }  // namespace transmit

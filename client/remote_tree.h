@@ -34,4 +34,8 @@ Result<void> walk_remote(RetryingConnection& server, const RemotePath& folder,
 // without `/`, `\` and zero bytes.
 bool is_plain_name(std::string_view name);
 
+// What became of a path that a listing told. One with U+FFFD in it may have stood there for bytes
+// that XML can't hold: then the server knows no such path, and the error says so.
+Error listed_path_error(const std::string& path, Error error);
+
 }  // namespace transmit

@@ -244,18 +244,17 @@ Result<void> DownloadConversation::receive(Connection& connection, std::size_t i
 // Whether the only stream, which moved so much in this time, had better get company. What that
 // costs, connections and data under way behind the end of a stretch, must be little beside it.
 bool DownloadConversation::takes_long(std::int64_t moved, Clock::duration time) const {
-    const Segment& segment = part_->segments().front();
-    const std::int64_t left = segment.end - segment.position;
-    if (streams_ == 1 || run_.options().limiter || part_->segments().size() > 1 ||
-        left < 2 * smallest_stream) {
+    if (streams_ == 1 || run_.options().limiter || part_->segments().size() > 1) {
         return false;
     }
-    const auto bearable = run_.options().single_stream;
-    return bearable == bearable.zero() ||
-           (time >= shortest_measure && moved > 0 &&
-            std::chrono::duration<double>(time) *
-                    (static_cast<double>(left) / static_cast<double>(moved)) >
-                bearable);
+    const Segment& only = part_->segments().front();
+    const std::int64_t left = only.end - only.position;
+    const std::chrono::duration<double> bearable = run_.options().single_stream;
+    if (left < 2 * smallest_stream || bearable == bearable.zero()) {
+        return left >= 2 * smallest_stream;
+    }
+    const double share = static_cast<double>(left) / static_cast<double>(moved);
+    return time >= shortest_measure && moved > 0 && share * time > bearable;
 }
 
 // As long as there is one segment, there is one thread.

@@ -191,6 +191,9 @@ TEST_F(ClientTransferTest, ATreeGoesThereAndBackAndASecondRunMovesNothing) {
             const auto summary = transmit::download_files(target, *batch, options, observer);
             // Two of the names are more than a listing can tell.
             EXPECT_EQ(summary.failed.size(), 2U);
+            for (const auto& failure : summary.failed) {
+                EXPECT_TRUE(failure.error.text.starts_with("listings can't tell this name"));
+            }
             EXPECT_EQ(again ? summary.already_there : summary.done, names.size() + 299);
             EXPECT_EQ(summary.moved == 0, again);
         }
