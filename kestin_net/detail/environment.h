@@ -1,7 +1,10 @@
 #pragma once
 
+#include <atomic>
+
 #include "kestin_net/detail/buffer_memory.h"
 #include "kestin_net/detail/connection_set.h"
+#include "kestin_net/detail/event_handler.h"
 #include "kestin_net/detail/poller.h"
 #include "kestin_net/detail/settings.h"
 #include "kestin_net/detail/wake_timer.h"
@@ -20,6 +23,9 @@ struct Environment {
     WakeTimer timer;
     BufferMemory memory;
     ConnectionSet connections;
+
+    // Whose event a thread took last; only to be compared with.
+    std::atomic<const EventHandler*> last_served = nullptr;
 };
 
 }  // namespace Kestin::Net::detail

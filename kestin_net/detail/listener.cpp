@@ -26,7 +26,11 @@ constexpr int keepalive_idle = 30;
 constexpr int keepalive_interval = 10;
 constexpr int keepalive_probes = 3;
 
-bool set_option(int socket, int level, int name, int value) {
+// How long a read waits that may wait: more than a round trip of a local network.
+constexpr timeval patience{.tv_sec = 0, .tv_usec = 1000};
+
+template <typename Value>
+bool set_option(int socket, int level, int name, const Value& value) {
     return ::setsockopt(socket, level, name, &value, sizeof value) == 0;
 }
 
@@ -35,6 +39,7 @@ bool set_option(int socket, int level, int name, int value) {
 bool set_options(int socket) {
     return set_option(socket, SOL_SOCKET, SO_REUSEADDR, 1) &&
            set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1) &&
+           set_option(socket, SOL_SOCKET, SO_RCVTIMEO, patience) &&
            set_option(socket, IPPROTO_TCP, TCP_KEEPIDLE, keepalive_idle) &&
            set_option(socket, IPPROTO_TCP, TCP_KEEPINTVL, keepalive_interval) &&
            set_option(socket, IPPROTO_TCP, TCP_KEEPCNT, keepalive_probes) &&
@@ -84,8 +89,8 @@ void Listener::wake() {
 Listener::Accepted Listener::accept_one() {
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
-    Descriptor socket(::accept4(socket_.number(), reinterpret_cast<sockaddr*>(&peer), &size,
-                                SOCK_NONBLOCK | SOCK_CLOEXEC));
+    Descriptor socket(
+        ::accept4(socket_.number(), reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC));
     if (socket.is_open()) {
         return adopt(std::move(socket), peer);
     }

@@ -45,7 +45,10 @@ bool Poller::arm(int descriptor, std::uint32_t events, EventHandler& handler) {
 void Poller::run() {
     while (true) {
         epoll_event event{};
-        if (::epoll_wait(epoll_.number(), &event, 1, -1) != 1) {
+        waiting_.fetch_add(1, std::memory_order_relaxed);
+        const int count = ::epoll_wait(epoll_.number(), &event, 1, -1);
+        waiting_.fetch_sub(1, std::memory_order_relaxed);
+        if (count != 1) {
             continue;
         }
         if (event.data.ptr == nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "kestin_net/detail/descriptor.h"
@@ -26,11 +27,15 @@ class Poller {
     // Makes every `run` return, those that begin later too.
     void stop();
 
+    // How many threads wait in `run` at this moment; none any more soon after `stop`.
+    std::uint64_t waiting_threads() const { return waiting_.load(std::memory_order_relaxed); }
+
   private:
     bool watch_stop_event();
 
     Descriptor epoll_;
     Descriptor stop_event_;
+    std::atomic<std::uint64_t> waiting_{0};
 };
 
 }  // namespace Kestin::Net::detail

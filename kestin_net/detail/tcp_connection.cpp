@@ -52,7 +52,7 @@ bool TcpConnection::start() {
 
 void TcpConnection::handle_events(std::uint32_t events) {
     const Clock::rep deadline = deadline_.exchange(no_deadline, std::memory_order_acquire);
-    if (deadline == broken || !take_turn(events) || !arm()) {
+    if (deadline == broken || !take_turns(events) || !arm()) {
         end();
     }
 }
@@ -76,12 +76,23 @@ void TcpConnection::announce_end() {
     }
 }
 
-bool TcpConnection::take_turn(std::uint32_t events) {
+bool TcpConnection::take_turns(std::uint32_t events) {
     if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
         return false;
     }
+    const bool again = environment_.last_served.exchange(this, std::memory_order_relaxed) == this;
     readable_ = (events & EPOLLIN) != 0;
     writable_ = (events & EPOLLOUT) != 0 || send_chain_.is_empty();
+    int stays = again ? most_stays : 0;
+    do {
+        if (!take_turn()) {
+            return false;
+        }
+    } while (stays-- > 0 && is_alone() && await());
+    return true;
+}
+
+bool TcpConnection::take_turn() {
     moved_ = 0;
     do {
         if (!read() || !offer() || !ask() || !write()) {
@@ -100,7 +111,8 @@ bool TcpConnection::read() {
     if (room.empty()) {
         return false;
     }
-    const ssize_t size = ::recv(socket_.number(), room.data(), room.size(), 0);
+    const int flags = std::exchange(awaits_, false) ? 0 : MSG_DONTWAIT;
+    const ssize_t size = ::recv(socket_.number(), room.data(), room.size(), flags);
     if (size < 0) {
         readable_ = errno == EINTR;
         return errno == EINTR || errno == EAGAIN;
@@ -155,7 +167,7 @@ bool TcpConnection::write() {
     msghdr message{};
     message.msg_iov = front.data();
     message.msg_iovlen = front.size();
-    const ssize_t size = ::sendmsg(socket_.number(), &message, MSG_NOSIGNAL);
+    const ssize_t size = ::sendmsg(socket_.number(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (size < 0) {
         writable_ = errno == EINTR;
         return errno == EINTR || errno == EAGAIN;
@@ -192,6 +204,21 @@ bool TcpConnection::is_stuck() const {
 // The peer has sent its last byte, all is answered and all answers are out.
 bool TcpConnection::is_finished() const {
     return peer_finished_ && send_chain_.is_empty() && !offer_due_ && !can_ask();
+}
+
+// All other threads wait for events, and none of them took one since.
+bool TcpConnection::is_alone() const {
+    return environment_.poller.waiting_threads() + 1 >= environment_.settings.thread_count &&
+           environment_.last_served.load(std::memory_order_relaxed) == this;
+}
+
+// If nothing but the peer's next bytes is waited for, the next turn begins with a read that waits
+// for them, as long as the socket's time-out lets it.
+bool TcpConnection::await() {
+    if (awaited_events() != EPOLLIN) {
+        return false;
+    }
+    return readable_ = writable_ = awaits_ = true;
 }
 
 // Once the deadline is told, another thread may have the connection: all that is needed is looked

@@ -22,11 +22,17 @@ inline constexpr std::uint64_t turn_limit = mebibyte;
 // peer asks for something.
 inline constexpr unsigned most_empty_sends = 4;
 
+// How often in a row a thread stays with a connection at most, waiting for what comes next as long
+// as the listener's time-out lets it.
+inline constexpr int most_stays = 64;
+
 // What a peer may send of a request head on a connection without user data.
 inline constexpr std::uint64_t head_size_limit = 64 * kibibyte;
 
 // One accepted connection. Each event brings a turn, on the one thread that has the connection
-// until it arms its socket again: read and offer, ask and write, as long as bytes move.
+// until it arms its socket again: read and offer, ask and write, as long as bytes move. With a
+// connection that is alone in having events a thread stays for the next ones: what it touches is
+// then still in its cache, and arming and the wake-up of another thread are saved.
 //
 // A connection is held back while its peer leaves more than the mark unread: nothing is read and
 // nothing offered, until enough has gone out.
@@ -58,8 +64,9 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override;
 
   private:
-    // The turn and its steps; false ends the connection.
-    bool take_turn(std::uint32_t events);
+    // The turns, the single one and its steps; false ends the connection.
+    bool take_turns(std::uint32_t events);
+    bool take_turn();
     bool read();
     bool offer();
     bool offer_once();
@@ -75,6 +82,8 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool is_stuck() const;
     bool is_finished() const;
 
+    bool is_alone() const;
+    bool await();
     bool arm();
     std::uint32_t awaited_events() const;
     Clock::time_point next_deadline();
@@ -92,6 +101,7 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool peer_finished_ = false;
     bool readable_ = false;
     bool writable_ = false;
+    bool awaits_ = false;
     bool offer_due_ = false;
     unsigned empty_sends_ = 0;
     std::uint64_t moved_ = 0;
