@@ -25,6 +25,9 @@ class File : private Uncopy {
     // How many bytes it held when it was opened.
     std::int64_t size_at_open() const { return size_at_open_; }
 
+    // For a call of the system that reads on its own; none, -1. It stays the file's.
+    int descriptor() const { return descriptor_; }
+
     // True once a read has met the end of the file: it gave fewer bytes than asked for, also 0.
     bool is_eof() const;
 

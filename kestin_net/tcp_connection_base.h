@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace Kestin::Net {
 
@@ -17,8 +18,8 @@ class TcpConnectionBase {
     virtual bool get_peer_address(std::string& address, std::uint16_t& port) = 0;
 
     // Bytes that wait in the receive buffer, as far as the service may take them now: 0 while the
-    // peer has left more answers unread than the send buffer's mark. What is held back is offered
-    // again, by on_recv, when the peer has read.
+    // peer has left more answers unread than the send buffer's mark, or a file. What is held back
+    // is offered again, by on_recv, when the peer has read.
     virtual std::uint64_t recv_buffer_size() = 0;
 
     // Copy `length` bytes from the front and leave them, copy and remove them, or remove them.
@@ -38,6 +39,13 @@ class TcpConnectionBase {
     // stay there until they are dropped or moved, and the callback's end is the latest that they
     // may be read. Null if fewer stand there.
     virtual const std::uint8_t* recv_buffer_front(std::uint64_t length) = 0;
+
+    // Takes the bytes and behind them the first `size` bytes of an open regular file, which are
+    // read from it when they go out: however long that is, it takes no memory. The caller keeps the
+    // descriptor. False, with none taken, as above. Nothing more is taken before all of it has gone
+    // out; a file that turns out shorter by then ends the connection.
+    virtual bool send_buffer_fill_file(std::string_view head, int descriptor,
+                                       std::uint64_t size) = 0;
 
     // One pointer of the service's, null when the connection is accepted.
     void set_user_data(void* user_data) { user_data_ = user_data; }

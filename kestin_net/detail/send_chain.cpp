@@ -30,6 +30,18 @@ bool SendChain::append(const void* data, std::uint64_t length) {
     return true;
 }
 
+bool SendChain::append_file(std::span<const std::byte> head, Descriptor file, std::uint64_t size) {
+    if (!append(head.data(), head.size())) {
+        return false;
+    }
+    if (size > 0) {
+        file_ = {.file = std::move(file), .position = 0, .length = size};
+        size_ += size;
+        appended_ += size;
+    }
+    return true;
+}
+
 std::span<iovec> SendChain::front(std::span<iovec> slots) const {
     std::size_t used = 0;
     for (Block* block = first_; block != nullptr && used < slots.size(); block = block->next) {
@@ -50,7 +62,19 @@ void SendChain::drop_front(std::uint64_t length) {
     }
 }
 
+void SendChain::drop_of_file(std::uint64_t length) {
+    size_ -= length;
+    file_.position += static_cast<off_t>(length);
+    file_.length -= length;
+    if (file_.length == 0) {
+        file_ = {};
+    }
+}
+
 bool SendChain::fits(std::uint64_t length) const {
+    if (file() != nullptr) {
+        return false;
+    }
     return (length <= send_limit && size_ <= send_limit - length) ||
            (length <= send_piece_limit && size_ <= 2 * send_mark);
 }

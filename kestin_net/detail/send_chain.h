@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/types.h>
 #include <sys/uio.h>
 
 #include <cstddef>
@@ -7,6 +8,7 @@
 #include <span>
 
 #include "kestin_net/detail/buffer_memory.h"
+#include "kestin_net/detail/descriptor.h"
 
 namespace Kestin::Net::detail {
 
@@ -26,8 +28,16 @@ inline constexpr std::uint64_t send_limit = send_mark + send_batch + 64 * kibiby
 // that can't be told in pieces, such as a whole file.
 inline constexpr std::uint64_t send_piece_limit = 256 * mebibyte;
 
-// The bytes that wait for the socket, in a chain of blocks. One owner at a time. A connection's
-// first block is its floor; all others are taken from the memory budget.
+// What is left to send of an open file.
+struct FileRange {
+    Descriptor file;
+    off_t position = 0;
+    std::uint64_t length = 0;
+};
+
+// The bytes that wait for the socket, in a chain of blocks, and behind them at most one range of a
+// file, which takes no memory. One owner at a time. A connection's first block is its floor; all
+// others are taken from the memory budget.
 class SendChain {
   public:
     explicit SendChain(BufferMemory& memory) : memory_(memory) {}
@@ -37,18 +47,27 @@ class SendChain {
 
     std::uint64_t size() const { return size_; }
     bool is_empty() const { return size_ == 0; }
-    bool is_above_mark() const { return size_ > send_mark; }
+    // Whether the peer must read before it is served further.
+    bool is_above_mark() const { return size_ > send_mark || file() != nullptr; }
 
     // All bytes ever taken.
     std::uint64_t appended() const { return appended_; }
 
-    // Copies all of the bytes behind what waits, or none of them and false: a bound above, or the
-    // memory.
+    // Copies all of the bytes behind what waits, or none of them and false: a bound above, the
+    // memory, or a file that waits.
     bool append(const void* data, std::uint64_t length);
+
+    // As `append`, and the file's first `size` bytes behind that.
+    bool append_file(std::span<const std::byte> head, Descriptor file, std::uint64_t size);
 
     // Points `slots` at the front of the chain, block by block; the slots that were needed.
     std::span<iovec> front(std::span<iovec> slots) const;
     void drop_front(std::uint64_t length);
+
+    // The file that waits behind the blocks, or null.
+    const FileRange* file() const { return file_.length > 0 ? &file_ : nullptr; }
+    bool starts_with_file() const { return first_ == nullptr && file_.length > 0; }
+    void drop_of_file(std::uint64_t length);
 
   private:
     // The service's messages are an 8-byte header and, mostly, 64 KiB of a file: a block takes one
@@ -76,6 +95,7 @@ class SendChain {
     std::uint64_t block_count_ = 0;
     std::uint64_t size_ = 0;
     std::uint64_t appended_ = 0;
+    FileRange file_;
 };
 
 }  // namespace Kestin::Net::detail

@@ -1,7 +1,9 @@
 #include "kestin_net/detail/tcp_connection.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -88,7 +90,7 @@ bool TcpConnection::take_turns(std::uint32_t events) {
         if (!take_turn()) {
             return false;
         }
-    } while (stays-- > 0 && is_alone() && await());
+    } while (moved_ > 0 && stays-- > 0 && is_alone() && await());
     return true;
 }
 
@@ -162,27 +164,53 @@ bool TcpConnection::write() {
     if (!can_write()) {
         return true;
     }
+    return send_chain_.starts_with_file() ? write_file() : write_blocks();
+}
+
+bool TcpConnection::write_blocks() {
     std::array<iovec, blocks_per_write> slots;
     const auto front = send_chain_.front(slots);
     msghdr message{};
     message.msg_iov = front.data();
     message.msg_iovlen = front.size();
-    const ssize_t size = ::sendmsg(socket_.number(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    const int more = send_chain_.file() != nullptr ? MSG_MORE : 0;
+    const ssize_t size = ::sendmsg(socket_.number(), &message, MSG_NOSIGNAL | MSG_DONTWAIT | more);
+    if (size > 0) {
+        send_chain_.drop_front(static_cast<std::uint64_t>(size));
+    }
+    return has_taken(size, total_size(front));
+}
+
+bool TcpConnection::write_file() {
+    const FileRange& range = *send_chain_.file();
+    const std::uint64_t length = std::min(range.length, turn_limit);
+    off_t position = range.position;
+    const ssize_t size = ::sendfile(socket_.number(), range.file.number(), &position, length);
+    if (size == 0) {
+        return false;
+    }
+    if (size > 0) {
+        send_chain_.drop_of_file(static_cast<std::uint64_t>(size));
+    }
+    return has_taken(size, length);
+}
+
+// `size`: what the call told to which so many bytes were given. Less than that: the socket is full,
+// and another call would only say so.
+bool TcpConnection::has_taken(ssize_t size, std::uint64_t given) {
     if (size < 0) {
         writable_ = errno == EINTR;
         return errno == EINTR || errno == EAGAIN;
     }
-    // Less than was given: the socket is full, and another call would only say so.
-    const auto length = static_cast<std::uint64_t>(size);
-    writable_ = length == total_size(front);
-    send_chain_.drop_front(length);
-    moved_ += length;
+    writable_ = static_cast<std::uint64_t>(size) == given;
+    moved_ += static_cast<std::uint64_t>(size);
     return true;
 }
 
 // While the memory of all is short, nothing more is asked for on top of what a peer hasn't read.
 bool TcpConnection::can_ask() const {
     return writable_ && empty_sends_ < most_empty_sends && send_chain_.size() < send_mark &&
+           send_chain_.file() == nullptr &&
            (send_chain_.is_empty() || !environment_.memory.budget.is_strained());
 }
 
@@ -299,6 +327,14 @@ bool TcpConnection::recv_buffer_need_len(std::uint64_t length) {
 
 bool TcpConnection::send_buffer_fill_len(const void* data, std::uint64_t length) {
     return send_chain_.append(data, length);
+}
+
+// sendfile(2) waits on a socket that isn't itself one that never does.
+bool TcpConnection::send_buffer_fill_file(std::string_view head, int descriptor,
+                                          std::uint64_t size) {
+    Descriptor file(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    return file.is_open() && ::fcntl(socket_.number(), F_SETFL, O_NONBLOCK) == 0 &&
+           send_chain_.append_file(std::as_bytes(std::span(head)), std::move(file), size);
 }
 
 const std::uint8_t* TcpConnection::recv_buffer_front(std::uint64_t length) {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "kestin_net/detail/descriptor.h"
 #include "kestin_net/detail/environment.h"
@@ -62,6 +63,7 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool recv_buffer_need_len(std::uint64_t length) override;
     bool send_buffer_fill_len(const void* data, std::uint64_t length) override;
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override;
+    bool send_buffer_fill_file(std::string_view head, int descriptor, std::uint64_t size) override;
 
   private:
     // The turns, the single one and its steps; false ends the connection.
@@ -72,6 +74,9 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool offer_once();
     bool ask();
     bool write();
+    bool write_blocks();
+    bool write_file();
+    bool has_taken(ssize_t size, std::uint64_t given);
 
     bool is_held_back() const { return send_chain_.is_above_mark(); }
     bool can_read() const { return readable_ && !is_held_back(); }

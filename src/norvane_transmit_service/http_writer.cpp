@@ -1,4 +1,6 @@
+#include "kestin_base/file.h"
 #include "kestin_base/log.h"
+#include "src/command_line/http_status.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 #include "src/shared/log_place.h"
 
@@ -6,6 +8,20 @@ namespace {
 
 std::string line(const std::string& text) {
     return text + "\r\n";
+}
+
+std::string head_of(const std::string& status, const std::string& content_type,
+                    std::uint64_t size) {
+    return line("HTTP/1.1 " + status) + line("Access-Control-Allow-Origin: *") +
+           line("Connection: close") + line("Content-Type: " + content_type) +
+           line("Content-Length: " + std::to_string(size)) + line("");
+}
+
+bool log_refusal(bool is_taken) {
+    if (!is_taken) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "send_buffer_fill_len failed");
+    }
+    return is_taken;
 }
 
 }  // namespace
@@ -19,15 +35,17 @@ bool NorvaneTransmitService::send_http_data(Kestin::Net::TcpConnectionBase* conn
         kestin_run_log(KESTIN_LOG_DEBUG, LOG_PLACE, "connection is nullptr");
         return false;
     }
-    std::string answer = line("HTTP/1.1 " + status) + line("Access-Control-Allow-Origin: *") +
-                         line("Connection: close") + line("Content-Type: " + content_type) +
-                         line("Content-Length: " + std::to_string(size)) + line("");
+    std::string answer = head_of(status, content_type, size);
     answer.append(static_cast<const char*>(data), size);
-    if (!connection->send_buffer_fill_len(answer.data(), answer.size())) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "send_buffer_fill_len failed");
-        return false;
-    }
-    return true;
+    return log_refusal(connection->send_buffer_fill_len(answer.data(), answer.size()));
+}
+
+bool NorvaneTransmitService::send_http_file(Kestin::Net::TcpConnectionBase& connection,
+                                            const Kestin::Base::File& file,
+                                            const std::string& content_type) {
+    const auto size = static_cast<std::uint64_t>(file.size_at_open());
+    const std::string head = head_of(http_status::ok, content_type, size);
+    return log_refusal(connection.send_buffer_fill_file(head, file.descriptor(), size));
 }
 
 bool NorvaneTransmitService::send_status_page(Kestin::Net::TcpConnectionBase* connection,

@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "kestin_base/file.h"
 #include "kestin_base/locker.h"
 #include "kestin_base/uncopy.h"
 #include "kestin_net/tcp_manager.h"
@@ -92,6 +93,8 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     static bool send_http_data(Kestin::Net::TcpConnectionBase* connection, const void* data,
                                std::uint64_t size, const std::string& status,
                                const std::string& content_type);
+    static bool send_http_file(Kestin::Net::TcpConnectionBase& connection,
+                               const Kestin::Base::File& file, const std::string& content_type);
     void fill_mime_types();
     std::string mime_type(const std::string& path) const;
 

@@ -2,7 +2,6 @@
 #include <cctype>
 
 #include "kestin_base/file.h"
-#include "kestin_base/file_system.h"
 #include "kestin_base/strings.h"
 #include "src/command_line/http_status.h"
 #include "src/norvane_transmit_service/mime_types.h"
@@ -10,22 +9,16 @@
 
 namespace {
 
-// An answer goes out in one piece, and one larger than this, with its head, wouldn't be taken.
-constexpr std::int64_t largest_file = std::int64_t{255} * 1024 * 1024;
+// A larger file goes out from where it lies. Of a smaller one a copy costs less than the descriptor
+// that a slow reader would keep open.
+constexpr std::int64_t largest_copy = 1 << 20;
 
-// False: no regular file that can be read, or one beyond the limit. What the file lacks of its own
-// size, because it shrinks meanwhile, reads as zeros.
-bool read_file(const std::string& path, std::string& content) {
-    Kestin::Base::File file;
-    std::int64_t size = 0;
-    if (!file.open(path.c_str(), false, false) ||
-        !Kestin::Base::file_get_size(path.c_str(), size) || size > largest_file) {
-        return false;
-    }
-    content.resize(static_cast<std::size_t>(size));
+// What the file lacks of its own size, because it shrinks meanwhile, reads as zeros.
+std::string content_of(Kestin::Base::File& file) {
+    std::string content(static_cast<std::size_t>(file.size_at_open()), '\0');
     std::uint64_t got = 0;
     file.read(content.data(), content.size(), got);
-    return true;
+    return content;
 }
 
 }  // namespace
@@ -42,10 +35,14 @@ bool NorvaneTransmitService::answer_file(Kestin::Net::TcpConnectionBase* connect
         path += "main.html";
     }
     path = root_directory_ + "www" + path;
-    std::string body;
-    if (!read_file(path, body)) {
+    Kestin::Base::File file;
+    if (!file.open(path.c_str(), false, false)) {
         return send_status_page(connection, http_status::not_found);
     }
+    if (file.size_at_open() > largest_copy) {
+        return send_http_file(*connection, file, mime_type(path));
+    }
+    const std::string body = content_of(file);
     return send_http_data(connection, body.data(), body.size(), http_status::ok, mime_type(path));
 }
 

@@ -65,6 +65,12 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
         }
         return !fail_fill;
     }
+    bool send_buffer_fill_file(std::string_view head, int descriptor, std::uint64_t size) override {
+        std::string content(size, '\0');
+        return ::pread(descriptor, content.data(), size, 0) == static_cast<ssize_t>(size) &&
+               send_buffer_fill_len(head.data(), head.size()) &&
+               send_buffer_fill_len(content.data(), size);
+    }
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override {
         const bool fails = fail_move || length > received_.size();
         return fails ? nullptr : reinterpret_cast<const std::uint8_t*>(received_.data());

@@ -210,10 +210,8 @@ TEST_F(CommandPortTest, FindsNothingWhereNoReadableFileIs) {
     std::filesystem::create_symlink("/dev/zero", in_www("zero.html"));
     std::filesystem::create_symlink("/dev/stdin", in_www("stdin.html"));
     std::filesystem::create_symlink("loop.html", in_www("loop.html"));
-    support::write_file(in_www("huge.html"), "");
-    std::filesystem::resize_file(in_www("huge.html"), std::uintmax_t{1} << 40);
-    std::vector<std::string> urls = {"/folder.html", "/pipe.html", "/socket.html", "/zero.html",
-                                     "/stdin.html",  "/loop.html", "/huge.html"};
+    std::vector<std::string> urls = {"/folder.html", "/pipe.html",  "/socket.html",
+                                     "/zero.html",   "/stdin.html", "/loop.html"};
     if (::mknod(in_www("device.html").c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0) {
         urls.emplace_back("/device.html");
     }
@@ -254,9 +252,8 @@ TEST_F(CommandPortTest, AClientThatLeavesItsAnswersUnreadCostsLittle) {
     for (std::size_t i = 0; i < count; ++i) {
         ASSERT_TRUE(http.receive().body == content) << i;
     }
-    // One answer at a time is made; what a thread needed for one it may keep for the next.
     if (!has_sanitizer()) {
-        EXPECT_LT(process_figures::peak_resident_memory(server.pid()), memory + count * size / 2);
+        EXPECT_LT(process_figures::peak_resident_memory(server.pid()), memory + size);
     }
 }
 

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <barrier>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -9,6 +11,7 @@
 #include "kestin_net/detail/event_loop.h"
 #include "kestin_net/detail/receive_buffer.h"
 #include "kestin_net/detail/send_chain.h"
+#include "tests/support/files.h"
 #include "tests/support/raw_socket.h"
 #include "tests/unit/kestin_net/scripted_service.h"
 
@@ -205,6 +208,51 @@ TEST_F(ConnectionTest, AnswerOf100MebibytesGoesOutInOnePiece) {
     RawSocket peer(port_);
     peer.send("go");
     EXPECT_EQ(peer.receive(answer.size()), answer);
+}
+
+// A service that answers each byte with a head and the file.
+class FileAnswerTest : public ConnectionTest {
+  protected:
+    FileAnswerTest() {
+        service_.recv = [this](Connection& connection) {
+            return take(connection, 1) == "?" &&
+                   connection.send_buffer_fill_file("head", descriptor(), content_.size()) &&
+                   !send_back(connection, "behind a file nothing more is taken");
+        };
+    }
+
+    void make_file(std::uint64_t size) {
+        content_ = support::random_bytes(size, 1);
+        EXPECT_EQ(::pwrite(descriptor(), content_.data(), size, 0), std::ssize(content_));
+    }
+    int descriptor() { return ::fileno(file_.get()); }
+
+    std::string content_;
+
+  private:
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_{std::tmpfile(), &std::fclose};
+};
+
+TEST_F(FileAnswerTest, GoesOutWholeBehindItsHeadAndBeforeTheNextAnswer) {
+    make_file(3 * send_mark);
+    auto loop = start();
+    RawSocket peer(port_);
+    peer.send(std::string(50, '?'));
+    for (int answer = 0; answer < 50; ++answer) {
+        EXPECT_TRUE(peer.receive(4 + content_.size()) == "head" + content_) << answer;
+    }
+}
+
+TEST_F(FileAnswerTest, EndsTheConnectionWhenTheFileShrinks) {
+    make_file(30'000'000);
+    auto loop = start();
+    RawSocket peer(port_);
+    peer.send("?");
+    EXPECT_EQ(peer.receive(4), "head");
+    ASSERT_EQ(::ftruncate(descriptor(), std::ssize(content_) / 2), 0);
+    const std::string rest = peer.receive_to_end();
+    EXPECT_LT(rest.size(), content_.size());
+    EXPECT_TRUE(content_.starts_with(rest.substr(0, content_.size() / 2)));
 }
 
 // A request is two bytes and its answer a chunk of 64 KiB; "ping" is echoed.

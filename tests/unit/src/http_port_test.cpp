@@ -176,12 +176,6 @@ TEST_F(HttpPort, WhatIsNoRegularFileIsNotFoundAtOnce) {
     EXPECT_EQ(get("/" + std::string(5000, 'n')), not_found());
 }
 
-TEST_F(HttpPort, AFileTooLargeForOneAnswerIsNotRead) {
-    write("huge.bin", "");
-    std::filesystem::resize_file(www() + "huge.bin", std::uintmax_t{1} << 40);
-    EXPECT_EQ(get("/huge.bin"), not_found());
-}
-
 TEST_F(HttpPort, CommandsAreAnsweredWithTheirDocument) {
     const std::string list = answer("200 OK", "application/json", R"({"transmit_nodes":[]})");
     for (const char* url :
