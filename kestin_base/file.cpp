@@ -71,16 +71,16 @@ bool File::is_eof() const {
 
 bool File::read(char* buffer, std::uint64_t size, std::uint64_t& got) {
     got = 0;
-    while (got < size) {
-        const ssize_t count = ::pread(descriptor_, buffer + got,
-                                      std::min(size - got, room_behind(position_)), position_);
-        if (count == 0) {
-            at_end_ = true;
-            return true;
-        }
-        if (count > 0) {
+    for (bool ends_here = false; got < size && !ends_here;) {
+        const std::uint64_t wanted = std::min(size - got, room_behind(position_));
+        const ssize_t count = ::pread(descriptor_, buffer + got, wanted, position_);
+        if (count >= 0) {
             got += static_cast<std::uint64_t>(count);
             position_ += count;
+            // Less than was wanted, up to where the file ended before: it ends there still.
+            const bool is_short = static_cast<std::uint64_t>(count) < wanted;
+            ends_here = count == 0 || (is_short && position_ == size_at_open_);
+            at_end_ = at_end_ || ends_here;
         } else if (errno != EINTR) {
             return false;
         }

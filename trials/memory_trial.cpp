@@ -41,16 +41,21 @@ class MemoryTrial : public ServerTest {
         const std::size_t descriptors_before = descriptors();
         Crowd crowd = gather();
         const milliseconds longest = longest_answer();
-        const std::uint64_t taken = memory() - std::min(memory(), memory_before);
+        const std::uint64_t taken = growth_since(memory_before);
         crowd.clear();
         EXPECT_TRUE(await([&] { return peer.node_count() == 1; }));
         EXPECT_TRUE(await([&] { return descriptors() <= descriptors_before; }));
-        const std::uint64_t left = memory() - std::min(memory(), memory_before);
+        const std::uint64_t left = growth_since(memory_before);
         measured() << what << ": " << taken / mebibyte << " MiB, " << left / mebibyte
                    << " MiB afterwards; another client's longest answer took " << longest.count()
                    << " ms\n";
         EXPECT_LE(taken, bound + kept_memory);
         EXPECT_LE(left, kept_memory);
+    }
+
+    std::uint64_t growth_since(std::uint64_t memory_before) {
+        const std::uint64_t now = memory();
+        return now - std::min(now, memory_before);
     }
 
     // The longest of many answers to another client's requests, on both ports.
