@@ -161,7 +161,7 @@ TEST_F(MemoryTrial, FramesThatNeverEnd) {
 }
 
 TEST_F(MemoryTrial, CrowdsThatOnlyConnect) {
-    weigh("idle connections", 2000 * 24 * kibibyte, [&] {
+    weigh("idle connections", 2000UL * 24 * kibibyte, [&] {
         Crowd crowd;
         for (int i = 0; i < sized(300, 2000); ++i) {
             const auto idle = connect();
@@ -177,7 +177,7 @@ TEST_F(MemoryTrial, CrowdsThatOnlyConnect) {
         }
         return Crowd{};
     });
-    weigh("slow heads", 200 * 64 * kibibyte, [&] {
+    weigh("slow heads", 200UL * 64 * kibibyte, [&] {
         Crowd crowd;
         for (int i = 0; i < 200; ++i) {
             const auto slow = std::make_shared<HttpPeer>(server.command_port());
