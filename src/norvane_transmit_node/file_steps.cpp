@@ -60,7 +60,10 @@ bool NorvaneTransmitNode::put_in_place(const std::string& temp_path, const std::
                        session_id(), temp_path.c_str(), target_path.c_str());
         return false;
     }
-    set_time(target_path, time);
+    // The end of an upload has stamped its temporary file as a rule.
+    if (kestin_look_at(target_path.c_str()).time != time) {
+        set_time(target_path, time);
+    }
     return true;
 }
 
