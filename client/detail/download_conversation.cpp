@@ -250,7 +250,7 @@ bool DownloadConversation::takes_long(std::int64_t moved, Clock::duration time) 
     const Segment& only = part_->segments().front();
     const std::int64_t left = only.end - only.position;
     const std::chrono::duration<double> bearable = run_.options().single_stream;
-    if (left < 2 * smallest_stream || bearable == bearable.zero()) {
+    if (left < 2 * smallest_stream || bearable.count() == 0) {
         return left >= 2 * smallest_stream;
     }
     const double share = static_cast<double>(left) / static_cast<double>(moved);
