@@ -64,10 +64,10 @@ PeerProcess::PeerProcess(const std::vector<std::string>& command, std::uint16_t 
 
 void write_settings(const std::string& path, std::string text,
                     const std::map<std::string, std::string>& values) {
-    for (const auto& [placeholder, value] : values) {
-        for (std::size_t at = text.find(placeholder); at != std::string::npos;
-             at = text.find(placeholder, at + value.size())) {
-            text.replace(at, placeholder.size(), value);
+    for (const auto& [name, value] : values) {
+        for (std::size_t at = text.find(name); at != std::string::npos;
+             at = text.find(name, at + value.size())) {
+            text.replace(at, name.size(), value);
         }
     }
     support::write_file(path, text);

@@ -28,7 +28,7 @@ class PeerProcess {
 };
 
 // Writes a file of settings that belongs to that user and is nobody else's to read: the text with
-// each placeholder replaced by its value.
+// each name of `values` replaced by its value.
 void write_settings(const std::string& path, std::string text,
                     const std::map<std::string, std::string>& values = {});
 
