@@ -48,9 +48,11 @@ constexpr auto top_examples =
     R"(  transmit top files.example.org               until Ctrl-C
   transmit top --once --json                   the server's documents, once)";
 
-const std::string target_rule =
-    "a folder if it ends in /, exists as one, or takes several files; else the name that the file "
-    "gets";
+std::string target_rule() {
+    return "a folder if it ends in /, exists as one, or takes several files; else the name that "
+           "the "
+           "file gets";
+}
 
 // Whole seconds for an option.
 CLI::Option* add_seconds(CLI::App& command, const std::string& name, std::chrono::seconds& seconds,
@@ -191,7 +193,7 @@ void CommandTable::add_transfers() {
     add_names(put_command, transfer_.names, "FILE... [TARGET]",
               "Local files, - for standard input. The last of two or more names is the target on "
               "the server: " +
-                  target_rule + ". / if left out")
+                  target_rule() + ". / if left out")
         ->required();
     add_transfer_options(put_command);
     put_command.add_flag("--in-place", transfer_.in_place,
@@ -203,7 +205,7 @@ void CommandTable::add_transfers() {
     CLI::App& get_command =
         add("get", "Fetch files", get_examples, [this] { return get(common_, transfer_); });
     add_names(get_command, transfer_.names, "SOURCE... [LOCAL]",
-              "Files on the server. The last of two or more names is local: " + target_rule +
+              "Files on the server. The last of two or more names is local: " + target_rule() +
                   "; - for standard output. The working folder if left out")
         ->required();
     add_transfer_options(get_command);
