@@ -50,8 +50,7 @@ constexpr auto top_examples =
 
 std::string target_rule() {
     return "a folder if it ends in /, exists as one, or takes several files; else the name that "
-           "the "
-           "file gets";
+           "the file gets";
 }
 
 // Whole seconds for an option.
