@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <limits>
 
+#include "kestin_base/detail/new_times.h"
+
 namespace Kestin::Base {
 namespace {
 
@@ -48,16 +50,26 @@ File::~File() {
 }
 
 bool File::open(const char* path, bool write, bool /*reserved*/) {
-    close();
-    const int mode = write ? O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW : O_RDONLY;
-    descriptor_ = ::open(path, mode | harmless, 0666);
-    position_ = 0;
-    at_end_ = false;
     struct stat facts {};
-    if (is_open() && (::fstat(descriptor_, &facts) != 0 || !S_ISREG(facts.st_mode))) {
+    if (open_as(path, write ? O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW : O_RDONLY) &&
+        (::fstat(descriptor_, &facts) != 0 || !S_ISREG(facts.st_mode))) {
         close();
     }
     size_at_open_ = facts.st_size;
+    return is_open();
+}
+
+// What is made here is a regular file without bytes.
+bool File::create(const char* path) {
+    return open_as(path, O_WRONLY | O_APPEND | O_CREAT | O_EXCL);
+}
+
+bool File::open_as(const char* path, int mode) {
+    close();
+    descriptor_ = ::open(path, mode | harmless, 0666);
+    size_at_open_ = 0;
+    position_ = 0;
+    at_end_ = false;
     return is_open();
 }
 
@@ -131,6 +143,14 @@ void File::give_back_reserve() {
         }
         reserve_end_ = 0;
     }
+}
+
+// Giving back what was set aside sets the time as a write does.
+bool File::set_time(std::int64_t time) {
+    give_back_reserve();
+    struct stat facts {};
+    return ::futimens(descriptor_, detail::new_times(time).data()) == 0 &&
+           ::fstat(descriptor_, &facts) == 0 && facts.st_mtim.tv_sec == time;
 }
 
 bool File::seek(std::int64_t position) {

@@ -20,6 +20,11 @@ class File : private Uncopy {
     // existing file's bytes and adds behind them; a link is refused. `write` false: opens for
     // reading from the start; links are followed. The third argument is always false.
     bool open(const char* path, bool write, bool reserved);
+
+    // Makes the file and opens it for writing. False: something stands at the path already, be it a
+    // link, or no file can be made there. Closes what was open first.
+    bool create(const char* path);
+
     bool is_open() const;
 
     // How many bytes it held when it was opened.
@@ -48,6 +53,9 @@ class File : private Uncopy {
     // nothing else depends on it. What isn't used goes back with `close`.
     void reserve(std::uint64_t length);
 
+    // As file_set_time; later writes set it anew.
+    bool set_time(std::int64_t time);
+
     // Sets the read position, counted from the start; beyond the end is allowed, below 0 is not.
     // The end of the file has to be met again afterwards.
     bool seek(std::int64_t position);
@@ -56,6 +64,7 @@ class File : private Uncopy {
     bool close();
 
   private:
+    bool open_as(const char* path, int mode);
     void give_back_reserve();
 
     int descriptor_ = -1;

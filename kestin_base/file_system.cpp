@@ -4,11 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 
 #include "kestin_base/detail/file_mode.h"
+#include "kestin_base/detail/new_times.h"
 #include "kestin_base/path.h"
 
 namespace Kestin::Base {
@@ -129,9 +129,8 @@ PathFacts kestin_look_at(const char* path) {
 }
 
 bool file_set_time(const char* path, std::int64_t time) {
-    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, timespec{time, 0}};
     struct stat facts {};
-    return ::utimensat(AT_FDCWD, path, times.data(), AT_SYMLINK_NOFOLLOW) == 0 &&
+    return ::utimensat(AT_FDCWD, path, detail::new_times(time).data(), AT_SYMLINK_NOFOLLOW) == 0 &&
            examine_link(path, facts) && facts.st_mtim.tv_sec == time;
 }
 

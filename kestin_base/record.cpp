@@ -33,7 +33,8 @@ Record::~Record() {
 }
 
 bool Record::init(const std::string& root) {
-    return record_file().open({root + "log/record.log", record_size, record_count});
+    return record_file().open(
+        {.path = root + "log/record.log", .size = record_size, .count = record_count});
 }
 
 void Record::exit() {

@@ -100,10 +100,13 @@ void LineFile::write(std::string_view text) {
 }
 
 bool LineFile::ready() {
-    if (sink_ != nullptr) {
-        return sink_->stands_at(settings_.path) || reopen();
+    const auto now = std::chrono::steady_clock::now();
+    if (now < next_look_) {
+        return sink_ != nullptr;
     }
-    return !settings_.path.empty() && std::chrono::steady_clock::now() >= retry_at_ && reopen();
+    next_look_ = now + settings_.look_pause;
+    const bool is_in_place = sink_ != nullptr && sink_->stands_at(settings_.path);
+    return is_in_place || (!settings_.path.empty() && reopen());
 }
 
 bool LineFile::reopen() {
@@ -114,6 +117,7 @@ bool LineFile::reopen() {
     if (can_open(settings_.path)) {
         try {
             sink_ = std::make_unique<Sink>(settings_);
+            next_look_ = std::chrono::steady_clock::now() + settings_.look_pause;
         } catch (const std::exception&) {
             give_up();
         }
@@ -123,7 +127,7 @@ bool LineFile::reopen() {
 
 void LineFile::give_up() {
     sink_.reset();
-    retry_at_ = std::chrono::steady_clock::now() + retry_pause;
+    next_look_ = std::chrono::steady_clock::now() + retry_pause;
 }
 
 std::string line_message(const char* format, va_list arguments) {

@@ -18,6 +18,9 @@ struct LineFileSettings {
     std::string path;
     std::size_t size = 0;
     std::size_t count = 0;
+    // How long a file that is being written counts as standing at its path without another look: a
+    // look costs more than a line.
+    std::chrono::steady_clock::duration look_pause = std::chrono::seconds(1);
 };
 
 // A file that takes whole lines, each headed by local date and time with milliseconds. Callable
@@ -33,7 +36,8 @@ class LineFile : private Uncopy {
 
     // Adds one line, which is in the file when the call returns. Does nothing while no file is
     // open. A line that can't be written is lost, and so are those of the `retry_pause` behind it.
-    // A file that no longer stands at its path, moved away or deleted, is given up for a new one.
+    // A file that no longer stands at its path, moved away or deleted, is given up for a new one at
+    // the next look.
     void write(std::string_view text);
 
   private:
@@ -46,7 +50,7 @@ class LineFile : private Uncopy {
     std::mutex mutex_;  // held for all that follows
     LineFileSettings settings_;
     std::unique_ptr<Sink> sink_;
-    std::chrono::steady_clock::time_point retry_at_;
+    std::chrono::steady_clock::time_point next_look_;
 };
 
 // The longest message of a line in bytes; of a longer one the rest is cut, and the line says so.

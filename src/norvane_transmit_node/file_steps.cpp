@@ -48,9 +48,8 @@ bool NorvaneTransmitNode::remove_file(KESTIN_LOG_LEVEL level, const std::string&
 }
 
 // The rename replaces what lies at the target as a rule; what it doesn't, it may when that is gone.
-// A time that can't be set doesn't undo a file that is in place.
-bool NorvaneTransmitNode::put_in_place(const std::string& temp_path, const std::string& target_path,
-                                       std::int64_t time) {
+bool NorvaneTransmitNode::put_in_place(const std::string& temp_path,
+                                       const std::string& target_path) {
     const auto rename = [&] {
         return kestin_rename_safe(temp_path.c_str(), target_path.c_str());
     };
@@ -59,10 +58,6 @@ bool NorvaneTransmitNode::put_in_place(const std::string& temp_path, const std::
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] rename file failed (%s) -> (%s)",
                        session_id(), temp_path.c_str(), target_path.c_str());
         return false;
-    }
-    // The end of an upload has stamped its temporary file as a rule.
-    if (kestin_look_at(target_path.c_str()).time != time) {
-        set_time(target_path, time);
     }
     return true;
 }

@@ -89,8 +89,7 @@ class NorvaneTransmitNode : public INorvaneSession {
     message::Status examine_path(const std::string& path, Kestin::Base::PathFacts& facts);
     message::Status refuse_access(const std::string& path);
     bool remove_file(KESTIN_LOG_LEVEL level, const std::string& path);
-    bool put_in_place(const std::string& temp_path, const std::string& target_path,
-                      std::int64_t time);
+    bool put_in_place(const std::string& temp_path, const std::string& target_path);
     bool set_time(const std::string& path, std::int64_t time);
     void log_upload_end(const std::string& target_path);
 
@@ -154,11 +153,15 @@ class NorvaneTransmitNode : public INorvaneSession {
     message::Status do_handle_cleanup_connection_request();
 
     // The conversations' own steps, each beside its handlers.
-    message::Status finish_temporary_file(const std::string& target_path,
-                                          const std::string& temp_path, const FileFacts& temporary);
     message::Status begin_upload(UploadClaim claim, const std::string& target_path,
-                                 const std::string& temp_path, std::int64_t offset,
-                                 const UploadAnnouncement& announcement);
+                                 const std::string& temp_path,
+                                 const UploadAnnouncement& announcement, std::int64_t& offset);
+    message::Status prepare_temporary_file(const std::string& target_path,
+                                           const std::string& temp_path,
+                                           const UploadAnnouncement& announcement,
+                                           std::int64_t& offset);
+    message::Status finish_temporary_file(const std::string& target_path,
+                                          const std::string& temp_path, std::int64_t size);
     message::Status finish_upload(const FinishedUpload& upload);
     bool send_download_file_data(Connection* connection, DownloadFileTcpEvent* event);
     bool send_download_data_response(Connection* connection, message::Status status,

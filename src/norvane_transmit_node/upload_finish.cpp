@@ -6,7 +6,9 @@
 
 using Kestin::Base::file_set_time;
 using Kestin::Base::kestin_access_safe;
+using Kestin::Base::kestin_look_at;
 using Kestin::Base::kestin_rename_safe;
+using Kestin::Base::PathFacts;
 using Kestin::Base::Record;
 
 // What outlives the event: its names stay claimed until the files are where they belong.
@@ -17,6 +19,7 @@ struct NorvaneTransmitNode::FinishedUpload {
           written_size(event.written_size()),
           file_size(event.file_size()),
           file_time(event.file_time()),
+          target_stands(kestin_access_safe(target_path.c_str())),
           claim(event.take_claim()) {}
 
     std::string target_path;
@@ -24,6 +27,8 @@ struct NorvaneTransmitNode::FinishedUpload {
     std::int64_t written_size;
     std::int64_t file_size;
     std::int64_t file_time;
+    bool target_stands;
+    bool is_stamped = false;
     UploadClaim claim;
 };
 
@@ -58,14 +63,17 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_finish_request() {
                        upload.target_path.c_str());
         upload.written_size = 0;
     }
-    // Closes the file and stamps it.
+    upload.is_stamped = event->is_stamped();
+    if (!upload.target_stands) {
+        event->spare_target();
+    }
     set_connection_transmit_event(nullptr);
     return finish_upload(upload);
 }
 
 message::Status NorvaneTransmitNode::finish_upload(const FinishedUpload& upload) {
     const std::string& target_path = upload.target_path;
-    const auto facts = Kestin::Base::kestin_look_at(target_path.c_str());
+    const auto facts = upload.target_stands ? kestin_look_at(target_path.c_str()) : PathFacts{};
     if (facts.is_directory) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path is a directory (%s)",
                        session_id(), target_path.c_str());
@@ -98,9 +106,13 @@ message::Status NorvaneTransmitNode::finish_upload(const FinishedUpload& upload)
     }
     // The record has its line before the rename is tried.
     record_upload(target_path, upload.file_size);
-    if (!put_in_place(upload.temp_path, target_path, upload.file_time)) {
+    if (!put_in_place(upload.temp_path, target_path)) {
         set_time(upload.temp_path, upload.file_time);
         return message::status_rename_failed;
+    }
+    // A time that can't be set doesn't undo a file that is in place.
+    if (!upload.is_stamped) {
+        set_time(target_path, upload.file_time);
     }
     log_upload_end(target_path);
     return message::status_ok;

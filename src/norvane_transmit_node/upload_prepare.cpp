@@ -55,10 +55,8 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
     }
 
     const FileFacts target = facts_of_file(target_facts);
-    const FileFacts temporary = look_at_file(temp_path);
     const FileFacts announced = {.size = request.file_size, .time = request.file_time};
-    const UploadPlan plan = plan_upload(target, temporary, announced);
-    if (plan == UploadPlan::already_complete) {
+    if (plan_upload(target, {}, announced) == UploadPlan::already_complete) {
         if (is_claimed) {
             kestin_unlink_safe(temp_path.c_str());
         }
@@ -74,49 +72,30 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
         return message::status_file_in_use;
     }
     const bool target_stays = target.exists && !remove_file(KESTIN_LOG_WARNING, target_path);
-    if (plan == UploadPlan::finish_temporary) {
-        response.offset = temporary.size;
-        return finish_temporary_file(target_path, temp_path, temporary);
-    }
-    if (plan == UploadPlan::continue_temporary) {
-        response.offset = temporary.size;
-    } else if (temporary.exists && !remove_file(KESTIN_LOG_ERROR, temp_path)) {
-        return message::status_delete_failed;
-    }
-    return begin_upload(std::move(claim), target_path, temp_path, response.offset,
+    return begin_upload(std::move(claim), target_path, temp_path,
                         {.encrypted = request.encrypted != 0,
                          .file_size = request.file_size,
                          .file_time = request.file_time,
-                         .target_stays = target_stays});
-}
-
-// An earlier upload wrote all of it and broke off before its finish.
-message::Status NorvaneTransmitNode::finish_temporary_file(const std::string& target_path,
-                                                           const std::string& temp_path,
-                                                           const FileFacts& temporary) {
-    if (!put_in_place(temp_path, target_path, temporary.time)) {
-        return message::status_rename_failed;
-    }
-    log_upload_end(target_path);
-    record_upload(target_path, temporary.size);
-    return message::status_ok;
+                         .target_stays = target_stays},
+                        response.offset);
 }
 
 // A transfer that was running on this node ends here and not before: every failure leaves it be.
 message::Status NorvaneTransmitNode::begin_upload(UploadClaim claim, const std::string& target_path,
-                                                  const std::string& temp_path, std::int64_t offset,
-                                                  const UploadAnnouncement& announcement) {
-    const std::string parent = parent_of(target_path);
-    if (!has_directory(parent)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] create directory failed (%s)",
-                       session_id(), parent.c_str());
-        return message::status_create_directory_failed;
-    }
+                                                  const std::string& temp_path,
+                                                  const UploadAnnouncement& announcement,
+                                                  std::int64_t& offset) {
     UploadFileTcpEvent::Pointer event = UploadFileTcpEvent::acquire();
     if (event == nullptr) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] acquire new upload event failed (%s)",
                        session_id(), UploadFileTcpEvent::name);
         return message::status_acquire_event_failed;
+    }
+    if (!event->create(temp_path)) {
+        const auto status = prepare_temporary_file(target_path, temp_path, announcement, offset);
+        if (status != message::status_file_incomplete) {
+            return status;
+        }
     }
     if (!event->open(std::move(claim), target_path, temp_path, offset, announcement)) {
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to write failed (%s)",
@@ -127,4 +106,42 @@ message::Status NorvaneTransmitNode::begin_upload(UploadClaim claim, const std::
     kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] upload file begin (%s)", session_id(),
                      target_path.c_str());
     return message::status_file_incomplete;
+}
+
+// As a rule the temporary file can simply be made. Where it can't, one may be there already, or its
+// folder isn't yet.
+message::Status NorvaneTransmitNode::prepare_temporary_file(const std::string& target_path,
+                                                            const std::string& temp_path,
+                                                            const UploadAnnouncement& announcement,
+                                                            std::int64_t& offset) {
+    const FileFacts temporary = look_at_file(temp_path);
+    const UploadPlan plan = plan_upload(
+        {}, temporary, {.size = announcement.file_size, .time = announcement.file_time});
+    if (plan != UploadPlan::start_over) {
+        offset = temporary.size;
+    } else if (temporary.exists && !remove_file(KESTIN_LOG_ERROR, temp_path)) {
+        return message::status_delete_failed;
+    }
+    if (plan == UploadPlan::finish_temporary) {
+        return finish_temporary_file(target_path, temp_path, temporary.size);
+    }
+    const std::string parent = parent_of(target_path);
+    if (!has_directory(parent)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] create directory failed (%s)",
+                       session_id(), parent.c_str());
+        return message::status_create_directory_failed;
+    }
+    return message::status_file_incomplete;
+}
+
+// An earlier upload wrote all of it and broke off before its finish.
+message::Status NorvaneTransmitNode::finish_temporary_file(const std::string& target_path,
+                                                           const std::string& temp_path,
+                                                           std::int64_t size) {
+    if (!put_in_place(temp_path, target_path)) {
+        return message::status_rename_failed;
+    }
+    log_upload_end(target_path);
+    record_upload(target_path, size);
+    return message::status_ok;
 }

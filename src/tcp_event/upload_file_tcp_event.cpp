@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <new>
 
+#include "kestin_base/clock.h"
 #include "kestin_base/file_system.h"
+
+using Kestin::Base::file_set_time;
 
 namespace {
 
@@ -25,10 +28,11 @@ UploadFileTcpEvent::Pointer UploadFileTcpEvent::acquire() {
     return Pointer(new (std::nothrow) UploadFileTcpEvent);
 }
 
+// An older file that couldn't be removed must not be taken for the client's.
 UploadFileTcpEvent::~UploadFileTcpEvent() {
     close();
-    if (!target_path_.empty()) {
-        stamp_files();
+    if (!target_path_.empty() && !announcement_.target_stays) {
+        file_set_time(target_path_.c_str(), announcement_.file_time);
     }
 }
 
@@ -44,7 +48,8 @@ bool UploadFileTcpEvent::open(UploadClaim claim, const std::string& target_path,
     temp_path_ = temp_path;
     written_size_ = offset;
     announcement_ = announcement;
-    is_intact_ = file_.open(temp_path_.c_str(), true, false) && file_.size_at_open() == offset;
+    is_intact_ = (file_.is_open() || file_.open(temp_path_.c_str(), true, false)) &&
+                 file_.size_at_open() == offset;
     return is_intact_;
 }
 
@@ -70,8 +75,17 @@ void UploadFileTcpEvent::reserve_ahead(std::uint64_t length) {
     reserved_size_ = written_size_ + reserve;
 }
 
+// A temporary file that lost bytes, or was none of this upload, bears the time of its last write,
+// so that no prepare takes it for the beginning of the client's file.
 bool UploadFileTcpEvent::close() {
-    is_intact_ = file_.close() && is_intact_;
+    if (!file_.is_open()) {
+        return is_intact_;
+    }
+    is_stamped_ = is_intact_ && file_.set_time(announcement_.file_time);
+    if (!file_.close() && is_intact_) {
+        is_intact_ = is_stamped_ = false;
+        file_set_time(temp_path_.c_str(), static_cast<std::int64_t>(Kestin::Base::kestin_time()));
+    }
     return is_intact_;
 }
 
@@ -80,15 +94,4 @@ void UploadFileTcpEvent::update_node_record(LiveNodeRecord& record) const {
                             (static_cast<double>(announcement_.file_size) + 1);
     record.set_transfer(NodeType::upload, target_path_,
                         static_cast<std::uint64_t>(announcement_.file_size), progress);
-}
-
-// A temporary file that lost bytes, or was none of this upload, keeps its time, so that no prepare
-// takes it for the beginning of the client's file. Nor is an older target taken for that file.
-void UploadFileTcpEvent::stamp_files() {
-    if (is_intact_) {
-        Kestin::Base::file_set_time(temp_path_.c_str(), announcement_.file_time);
-    }
-    if (!announcement_.target_stays) {
-        Kestin::Base::file_set_time(target_path_.c_str(), announcement_.file_time);
-    }
 }

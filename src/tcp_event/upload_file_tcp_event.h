@@ -35,8 +35,13 @@ class UploadFileTcpEvent : public TcpEventBase {
     void release() override;
     const char* event_name() const override { return name; }
 
-    // Opens the temporary file, which holds `offset` bytes already, to write behind them; false
-    // also if it holds another number. The claim is the event's from here on, also on false.
+    // Makes the temporary file, ahead of `open`. False: something stands there already, or it can't
+    // be made.
+    bool create(const std::string& temp_path) { return file_.create(temp_path.c_str()); }
+
+    // Opens the temporary file, if `create` hasn't, which holds `offset` bytes already, to write
+    // behind them; false also if it holds another number. The claim is the event's from here on,
+    // also on false.
     bool open(UploadClaim claim, const std::string& target_path, const std::string& temp_path,
               std::int64_t offset, const UploadAnnouncement& announcement);
 
@@ -45,9 +50,15 @@ class UploadFileTcpEvent : public TcpEventBase {
     using Block = Kestin::Base::File::Piece;
     std::size_t write(std::span<const Block> blocks);
 
-    // Closes the file ahead of the event's end. False: the system reports only now that bytes were
-    // lost, and the file isn't to be continued.
+    // Stamps and closes the temporary file ahead of the event's end. False: the system reports only
+    // now that bytes were lost, and the file isn't to be continued.
     bool close();
+
+    // Whether the closed temporary file is known to bear the announced time.
+    bool is_stamped() const { return is_stamped_; }
+
+    // The event's end doesn't stamp what may come to stand at the target.
+    void spare_target() { announcement_.target_stays = true; }
 
     // Keeps the names claimed beyond the event's end.
     UploadClaim take_claim() { return std::move(claim_); }
@@ -63,7 +74,6 @@ class UploadFileTcpEvent : public TcpEventBase {
     const std::string& temp_path() const { return temp_path_; }
 
   private:
-    void stamp_files();
     void reserve_ahead(std::uint64_t length);
 
     UploadAnnouncement announcement_;
@@ -72,6 +82,7 @@ class UploadFileTcpEvent : public TcpEventBase {
     std::int64_t written_size_ = 0;
     std::int64_t reserved_size_ = 0;
     bool is_intact_ = false;  // the temporary file is the beginning of the client's
+    bool is_stamped_ = false;
     UploadClaim claim_;
     Kestin::Base::File file_;
 };

@@ -180,6 +180,10 @@ int utimensat(int folder, const char* path, const timespec times[2], int flags) 
     NEXT(utimensat);
     return fails(Call::set_time, path) ? -1 : next_utimensat(folder, path, times, flags);
 }
+int futimens(int file, const timespec times[2]) {
+    NEXT(futimens);
+    return fails(Call::set_time) ? -1 : next_futimens(file, times);
+}
 int mkdir(const char* path, mode_t mode) {
     NEXT(mkdir);
     return fails(Call::make_folder, path) ? -1 : next_mkdir(path, mode);

@@ -142,6 +142,21 @@ TEST_F(FileTest, OnlyRegularFilesAreOpenedAndLinksAreNotWritten) {
     EXPECT_FALSE(fs::exists(root / "none"));
 }
 
+TEST_F(FileTest, OnlyWhatIsNotThereIsCreated) {
+    fs::create_symlink(root / "none", root / "dangling");
+    File file;
+    for (const std::string& path :
+         {root.with_file("f", "x"), root.path(), root / "dangling", root / "none/f"}) {
+        EXPECT_FALSE(file.create(path.c_str())) << path;
+        EXPECT_FALSE(file.is_open());
+    }
+    EXPECT_EQ(bytes_of(root / "f"), "x");
+    ASSERT_TRUE(file.create((root / "g").c_str()));
+    EXPECT_EQ(file.size_at_open(), 0);
+    EXPECT_TRUE(file.write("new", 3));
+    EXPECT_EQ(bytes_of(root / "g"), "new");
+}
+
 TEST_F(FileTest, AWriteThatDoesNotFitIsFalse) {
     ::signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
@@ -170,7 +185,10 @@ TEST_F(FileTest, RoomThatWasSetAsideShowsInNoLengthAndGoesBack) {
     file.reserve(1 << 20);
     EXPECT_EQ(facts().st_size, 4);
     ASSERT_TRUE(file.write(" more", 5));
+    EXPECT_TRUE(file.set_time(-5));
     EXPECT_TRUE(file.close());
+    EXPECT_EQ(time_of(path), -5) << "the room was given back before";
+    EXPECT_FALSE(file.set_time(-6)) << "closed";
     EXPECT_EQ(bytes_of(path), "some more");
     constexpr int few_blocks = (64 << 10) / 512;
     EXPECT_LE(facts().st_blocks, few_blocks);

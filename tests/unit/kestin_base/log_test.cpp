@@ -16,6 +16,7 @@
 
 using Kestin::Base::LogSwitch;
 using Kestin::Base::Record;
+using Kestin::Base::detail::LineFile;
 
 namespace {
 
@@ -45,6 +46,17 @@ class LogTest : public testing::Test {
     }
 
     TemporaryFolder root;
+};
+
+// Looks for its file before each line.
+class LineFileTest : public testing::Test {
+  protected:
+    bool open() { return file.open({.path = path, .size = 1 << 20, .count = 1, .look_pause = {}}); }
+    std::string lines() const { return bytes_of(path); }
+
+    TemporaryFolder root;
+    const std::string path = root / "log/x.log";
+    LineFile file;
 };
 
 constexpr const char* stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )";
@@ -129,23 +141,32 @@ TEST_F(LogTest, LinesOutsideInitAndExitAreNoFault) {
     EXPECT_NE(run_log().find("again"), std::string::npos);
 }
 
-TEST_F(LogTest, AFileThatIsMovedDeletedOrTruncatedIsStartedAgain) {
-    ASSERT_TRUE(start());
-    log("one");
-    std::filesystem::rename(root / "log/run.log", root / "log/kept");
-    root.with_file("log/run.log", "");  // as programs that rotate logs leave it
-    log("two");
-    EXPECT_NE(bytes_of(root / "log/kept").find("one"), std::string::npos);
-    EXPECT_EQ(bytes_of(root / "log/kept").find("two"), std::string::npos);
-    EXPECT_NE(run_log().find("two"), std::string::npos);
+TEST_F(LineFileTest, AFileThatIsMovedDeletedOrTruncatedIsStartedAgain) {
+    ASSERT_TRUE(open());
+    file.write("one");
+    std::filesystem::rename(path, root / "kept");
+    root.with_file("log/x.log", "");  // as programs that rotate logs leave it
+    file.write("two");
+    EXPECT_NE(bytes_of(root / "kept").find("one"), std::string::npos);
+    EXPECT_EQ(bytes_of(root / "kept").find("two"), std::string::npos);
+    EXPECT_NE(lines().find("two"), std::string::npos);
 
     std::filesystem::remove_all(root / "log");
-    log("three");
-    EXPECT_NE(run_log().find("three"), std::string::npos);
+    file.write("three");
+    EXPECT_NE(lines().find("three"), std::string::npos);
 
-    std::filesystem::resize_file(root / "log/run.log", 0);
-    log("four");
-    EXPECT_TRUE(std::regex_match(run_log(), std::regex(std::string(stamp) + ".* four\n")));
+    std::filesystem::resize_file(path, 0);
+    file.write("four");
+    EXPECT_TRUE(std::regex_match(lines(), std::regex(std::string(stamp) + "four\n")));
+}
+
+TEST_F(LineFileTest, AFolderThatBecomesUnusableStopsNothing) {
+    ASSERT_TRUE(open());
+    std::filesystem::remove_all(root / "log");
+    root.with_file("log", "a file in place of the folder");
+    for (int line = 0; line < 1000; ++line) {
+        file.write("lost");
+    }
 }
 
 TEST_F(LogTest, FullFilesAreKeptUpToTheCount) {
@@ -168,15 +189,6 @@ TEST_F(LogTest, AFullDiskLosesLinesAndNothingElse) {
     }
     kestin_debug_log(KESTIN_LOG_DEBUG, "f", "g", 1, "kept");
     EXPECT_NE(bytes_of(root / "log/d.log").find("kept"), std::string::npos);
-}
-
-TEST_F(LogTest, ALogFolderThatBecomesUnusableStopsNothing) {
-    ASSERT_TRUE(start());
-    std::filesystem::remove_all(root / "log");
-    root.with_file("log", "a file in place of the folder");
-    for (int line = 0; line < 1000; ++line) {
-        log("lost");
-    }
 }
 
 TEST_F(LogTest, LinesOfManyThreadsStayWhole) {
