@@ -12,6 +12,9 @@ namespace {
 constexpr std::array labels{"Critical", "   Error", " Warning", "   Debug", "   Track"};
 constexpr int no_level = -1;
 
+// Most lines are no longer.
+constexpr std::size_t usual_length = 512;
+
 struct Log {
     std::atomic<int> lowest_level{no_level};
     detail::LineFile file;
@@ -80,9 +83,14 @@ void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const char* file, c
     va_list arguments;
     va_start(arguments, format);
     try {
-        const std::string message = line_message(format, arguments);
-        log.file.write(std::string(labels.at(level)) + ' ' + file + ' ' + function + ' ' +
-                       std::to_string(line) + ' ' + message);
+        std::string text;
+        text.reserve(usual_length);
+        const std::string number = std::to_string(line);
+        for (const char* part : {labels.at(level), file, function, number.c_str()}) {
+            text.append(part) += ' ';
+        }
+        append_message(text, format, arguments);
+        log.file.write(text);
     } catch (const std::bad_alloc&) {
         // The line is lost.
     }

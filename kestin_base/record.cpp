@@ -45,8 +45,9 @@ void Record::append(bool success, const char* format, ...) noexcept {
     va_list arguments;
     va_start(arguments, format);
     try {
-        const std::string text = detail::line_message(format, arguments);
-        record_file().write((success ? "success " : "failure ") + text);
+        std::string text = success ? "success " : "failure ";
+        detail::append_message(text, format, arguments);
+        record_file().write(text);
     } catch (const std::bad_alloc&) {
         // The entry is lost.
     }

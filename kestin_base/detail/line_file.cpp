@@ -4,6 +4,8 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "kestin_base/detail/descriptor.h"
 #include "kestin_base/detail/printf_format.h"
 #include "kestin_base/file_system.h"
@@ -130,23 +132,20 @@ void LineFile::give_up() {
     next_look_ = std::chrono::steady_clock::now() + retry_pause;
 }
 
-std::string line_message(const char* format, va_list arguments) {
+void append_message(std::string& line, const char* format, va_list arguments) {
     const std::string whole = format_text(format, arguments);
     const std::string_view kept = std::string_view(whole).substr(0, max_message_size);
-    std::string text;
-    text.reserve(kept.size());
-    for (const char character : kept) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (is_control(byte)) {
-            append_escaped(byte, text);
-        } else {
-            text += character;
+    for (auto at = kept.begin(); at != kept.end();) {
+        const auto control = std::find_if(at, kept.end(), is_control);
+        line.append(at, control);
+        at = control;
+        if (at != kept.end()) {
+            append_escaped(static_cast<unsigned char>(*at++), line);
         }
     }
     if (kept.size() < whole.size()) {
-        text += " ... (cut, " + std::to_string(whole.size()) + " bytes)";
+        line += " ... (cut, " + std::to_string(whole.size()) + " bytes)";
     }
-    return text;
 }
 
 }  // namespace Kestin::Base::detail

@@ -56,7 +56,8 @@ class LineFile : private Uncopy {
 // The longest message of a line in bytes; of a longer one the rest is cut, and the line says so.
 inline constexpr std::size_t max_message_size = 8192;
 
-// A message for one line: formatted, its control bytes shown as \xHH, cut at the bound.
-std::string line_message(const char* format, va_list arguments);
+// Appends a message to what a line holds so far: formatted, its control bytes shown as \xHH, cut at
+// the bound.
+void append_message(std::string& line, const char* format, va_list arguments);
 
 }  // namespace Kestin::Base::detail
