@@ -130,11 +130,13 @@ void tell_refusals(const Common& common, const TransferSummary& summary) {
     }
 }
 
-// What stopped the whole has been told of its file already, unless it was a wish or a limit.
-void tell_stop(const Common& common, const Error& reason) {
-    if (reason.kind == ErrorKind::cancelled) {
+// What stopped the whole has been told of its file already, if there was one, unless it was a wish.
+void tell_stop(const Common& common, const TransferSummary& summary) {
+    if (summary.stopped->kind == ErrorKind::cancelled) {
         complain("interrupted; what has come is kept. This goes on: " +
                  shell_quoted(common.command_line));
+    } else if (summary.failed.empty()) {
+        complain("", *summary.stopped);
     }
 }
 
@@ -158,7 +160,7 @@ ExitCode run_transfer(const Common& common, const TransferCommand& command,
         complain(summary_line(summary, plan, time));
     }
     if (summary.stopped) {
-        tell_stop(common, *summary.stopped);
+        tell_stop(common, summary);
     }
     return code;
 }

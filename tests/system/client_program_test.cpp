@@ -93,8 +93,9 @@ TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
         int code;
         const char* says;
     };
-    const std::string nobody =
-        "transmit ls 127.0.0.1:" + std::to_string(support::free_port()) + "/1/";
+    const std::string nobody = "127.0.0.1:" + std::to_string(support::free_port()) + "/1/";
+    const std::string ask_nobody = "transmit ls " + nobody;
+    const std::string send_nobody = "transmit put report.pdf " + nobody;
     for (const Case& one : {
              Case{"transmit", 2, "which command?"},
              Case{"transmit send", 2, "send is no command"},
@@ -111,7 +112,8 @@ TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
              Case{"transmit put . /", 1, "-r sends folders"},
              Case{"transmit put report.pdf ./report.pdf /", 6, "goes to the same place"},
              Case{"transmit ls --storage 9", 1, "\"transmit storages\" lists the ids"},
-             Case{nobody.c_str(), 7, "Connection refused. See that the server runs"},
+             Case{ask_nobody.c_str(), 7, "Connection refused. See that the server runs"},
+             Case{send_nobody.c_str(), 7, "Connection refused. See that the server runs"},
          }) {
         const Outcome outcome = run(std::string(one.line) + " 2>&1");
         EXPECT_EQ(outcome.code, one.code) << one.line << ": " << outcome.output;
