@@ -31,6 +31,8 @@ struct UploadJob {
     // Read in place of `local_path`. It is spooled to an unnamed file of the folder for temporary
     // files first, since the wire wants the size beforehand; the file gets the present time.
     ByteSource source;
+    // The name that the file gets in it if the target proves a folder; empty: that is an error.
+    std::string name_in_folder{};
 };
 
 struct DownloadJob {

@@ -1,6 +1,7 @@
 #include "client/connection.h"
 
 #include <limits>
+#include <utility>
 
 #include "client/detail/requests.h"
 #include "client/detail/wire.h"
@@ -65,11 +66,23 @@ Result<Connection> Connection::open(const Endpoint& endpoint, WaitLimits limits)
 
 Result<UploadStart> Connection::upload_file_prepare(const RemotePath& path, const FileStamp& stamp,
                                                     bool encrypted) {
+    if (auto sent = send_upload_prepare(path, stamp, encrypted); !sent) {
+        return sent.error();
+    }
+    return receive_upload_prepared(stamp.size);
+}
+
+Result<void> Connection::send_upload_prepare(const RemotePath& path, const FileStamp& stamp,
+                                             bool encrypted) {
     if (!fits(path.path)) {
         return too_long();
     }
-    const auto answer = wire_->ask<message::UploadFilePrepare>(
+    return wire_->send_request<message::UploadFilePrepare>(
         detail::upload_prepare(path, stamp, encrypted), path.path);
+}
+
+Result<UploadStart> Connection::receive_upload_prepared(std::int64_t size) {
+    const auto answer = wire_->receive_response<message::UploadFilePrepare>();
     if (!answer) {
         return answer.error();
     }
@@ -78,11 +91,31 @@ Result<UploadStart> Connection::upload_file_prepare(const RemotePath& path, cons
     if (status != message::status_ok && status != message::status_file_incomplete) {
         return refusal(status);
     }
-    if (offset < 0 || offset > stamp.size) {
+    if (offset < 0 || offset > size) {
         close();
         return Error{ErrorKind::bad_answer, 0, "the server goes on outside of the file"};
     }
     return UploadStart{status == message::status_ok, offset};
+}
+
+Result<void> Connection::upload_file_begin(const RemotePath& path, const FileStamp& stamp,
+                                           bool encrypted) {
+    auto sent = send_upload_prepare(path, stamp, encrypted);
+    if (sent) {
+        begins_ = stamp.size;
+    }
+    return sent;
+}
+
+// Of data that was sent in vain each block is answered, and nobody knows how many there are.
+Result<void> Connection::receive_upload_begun() {
+    const auto start = receive_upload_prepared(*std::exchange(begins_, std::nullopt));
+    if (start && !start->complete && start->offset == 0) {
+        return {};
+    }
+    close();
+    return start ? Error{ErrorKind::file_changed, 0, "another client sent this file meanwhile"}
+                 : start.error();
 }
 
 Result<void> Connection::upload_file_data(std::span<const iovec> blocks) {
@@ -104,12 +137,20 @@ Result<void> Connection::upload_failure() {
     if (!is_open() || !wire_->readable()) {
         return {};
     }
+    if (begins_) {
+        return receive_upload_begun();
+    }
     const auto answer = wire_->receive_response<message::UploadFileData>();
     return answer ? accepted(answer->record.status) : answer.error();
 }
 
 // A block that failed is answered before the finish is.
 Result<void> Connection::upload_file_finish() {
+    if (begins_) {
+        if (auto begun = receive_upload_begun(); !begun) {
+            return begun;
+        }
+    }
     if (auto sent = wire_->send_request<message::UploadFileFinish>({}); !sent) {
         return sent;
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -45,11 +46,15 @@ class Connection {
 
     Result<UploadStart> upload_file_prepare(const RemotePath& path, const FileStamp& stamp,
                                             bool encrypted);
+    // Sends the prepare of a file of which the server is known to have nothing, and waits for no
+    // answer: its data may follow at once. That the server began otherwise is told, as
+    // file_changed, by upload_failure or upload_file_finish.
+    Result<void> upload_file_begin(const RemotePath& path, const FileStamp& stamp, bool encrypted);
     // Blocks of file data, at most most_blocks, each already enciphered if the upload is: a message
     // each, and as a rule one system call for all. The server is silent unless one fails; then its
     // answer waits, and upload_failure tells it.
     Result<void> upload_file_data(std::span<const iovec> blocks);
-    // The failure that the server reported of a block, if one has arrived. Never waits.
+    // The failure that the server reported of a block or of the beginning, if one has arrived.
     Result<void> upload_failure();
     Result<void> upload_file_finish();
 
@@ -98,10 +103,16 @@ class Connection {
     ~Connection();
 
   private:
-    Result<FileStamp> receive_download_prepared();
     explicit Connection(std::unique_ptr<detail::Wire> wire);
 
+    Result<void> send_upload_prepare(const RemotePath& path, const FileStamp& stamp,
+                                     bool encrypted);
+    Result<UploadStart> receive_upload_prepared(std::int64_t size);
+    Result<void> receive_upload_begun();
+    Result<FileStamp> receive_download_prepared();
+
     std::unique_ptr<detail::Wire> wire_;
+    std::optional<std::int64_t> begins_;  // the size of an upload whose prepare isn't answered yet
 };
 
 }  // namespace transmit

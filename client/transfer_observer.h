@@ -17,6 +17,8 @@ class TransferObserver {
     virtual ~TransferObserver() = default;
 
     virtual void started(std::size_t file) { (void)file; }
+    // The target proved a folder: the path that the file gets in it.
+    virtual void placed(std::size_t file, const std::string& path) { (void)file, (void)path; }
     // After each piece that moved, so up to some thousand times a second; `done` may fall back.
     virtual void progressed(std::size_t file, const Progress& progress) {
         (void)file, (void)progress;

@@ -29,8 +29,7 @@ Result<TransferReport> upload(Worker& worker, RemoteFolders& folders, detail::Up
     if (!source) {
         return source.error();
     }
-    return detail::UploadConversation(worker, folders, sender, *std::move(source), job.target)
-        .run();
+    return detail::UploadConversation(worker, folders, sender, *std::move(source), job).run();
 }
 
 void work(Worker& worker, RemoteFolders& folders, const std::vector<UploadJob>& jobs) {

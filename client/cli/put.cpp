@@ -10,10 +10,8 @@
 #include "client/cli/commands.h"
 #include "client/cli/interrupt.h"
 #include "client/cli/names.h"
-#include "client/cli/server.h"
 #include "client/cli/terminal.h"
 #include "client/cli/transfer_run.h"
-#include "client/remote_tree.h"
 
 namespace transmit::cli {
 namespace {
@@ -51,7 +49,8 @@ Result<std::size_t> read_standard_input(std::span<char> memory) {
     return static_cast<std::size_t>(size);
 }
 
-// What is to go where.
+// What is to go where. A folder's place is told by the command line alone, so that a second run
+// means the same. A file's target may prove a folder.
 class UploadPlan {
   public:
     UploadPlan(const TransferCommand& command, Target target, bool into_folder)
@@ -65,7 +64,7 @@ class UploadPlan {
         } else if (into_folder_ && local_name(source).empty()) {
             refuse(source, unusable_name());
         } else {
-            batch_.files.push_back({source, place_of(source), {}});
+            batch_.files.push_back({source, place_of(source), {}, local_name(source)});
         }
     }
 
@@ -118,25 +117,6 @@ class UploadPlan {
     UploadBatch batch_;
 };
 
-// A folder's place is told by the command line alone, so that a second run means the same. A file's
-// target may prove a folder.
-Result<bool> is_folder(const Common& common, const Target& target,
-                       const std::vector<std::string>& sources) {
-    if (sources.size() > 1 || remote_name(target.path.path).empty() ||
-        ends_in_separator(target.path.path)) {
-        return true;
-    }
-    if (sources.front() == standard_input || is_local_folder(sources.front())) {
-        return false;
-    }
-    RetryingConnection server = connect_once(common, target.server);
-    const auto entry = stat_path(server, target.path);
-    if (!entry && entry.error().kind != ErrorKind::refused) {
-        return entry.error();
-    }
-    return entry && entry->is_folder;
-}
-
 }  // namespace
 
 ExitCode put(const Common& common, const TransferCommand& command) {
@@ -151,16 +131,13 @@ ExitCode put(const Common& common, const TransferCommand& command) {
         complain("", target.error());
         return ExitCode::usage;
     }
-    const auto into_folder = is_folder(common, *target, sources);
-    if (!into_folder) {
-        complain("", into_folder.error());
-        return exit_code(into_folder.error());
-    }
-    if (*into_folder && std::ranges::count(sources, standard_input) > 0) {
+    const bool into_folder = sources.size() > 1 || remote_name(target->path.path).empty() ||
+                             ends_in_separator(target->path.path);
+    if (into_folder && std::ranges::count(sources, standard_input) > 0) {
         complain("standard input needs the name that it gets: transmit put - /docs/NAME");
         return ExitCode::usage;
     }
-    UploadPlan plan(command, *target, *into_folder);
+    UploadPlan plan(command, *target, into_folder);
     for (const std::string& source : sources) {
         plan.add(source);
     }

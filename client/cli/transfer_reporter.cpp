@@ -43,6 +43,10 @@ void TransferReporter::started(std::size_t file) {
         [file](BatchProgress& progress, Clock::time_point now) { progress.start(file, now); });
 }
 
+void TransferReporter::placed(std::size_t file, const std::string& path) {
+    names_[file].target = path;
+}
+
 void TransferReporter::progressed(std::size_t file, const Progress& moved) {
     display_.update([&](BatchProgress& progress, Clock::time_point now) {
         progress.advance(file, moved.done, moved.total, moved.resumed_from, now);

@@ -24,6 +24,7 @@ class TransferReporter : public TransferObserver {
         : common_(common), dry_run_(dry_run), names_(std::move(names)), display_(display) {}
 
     void started(std::size_t file) override;
+    void placed(std::size_t file, const std::string& path) override;
     void progressed(std::size_t file, const Progress& progress) override;
     void stalled(std::size_t file) override;
     void retrying(std::size_t file, const Error& reason, std::chrono::milliseconds pause,

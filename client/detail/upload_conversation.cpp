@@ -1,5 +1,7 @@
 #include "client/detail/upload_conversation.h"
 
+#include <utility>
+
 #include "client/detail/attempts.h"
 #include "client/detail/remote_file.h"
 #include "client/status_text.h"
@@ -20,13 +22,14 @@ Error differs(const std::string& what) {
 }  // namespace
 
 UploadConversation::UploadConversation(Worker& worker, RemoteFolders& folders, UploadSender& sender,
-                                       SourceFile source, const RemotePath& target)
+                                       SourceFile source, const UploadJob& job)
     : worker_(worker),
       run_(worker.run),
       folders_(folders),
       sender_(sender),
       source_(std::move(source)),
-      target_(target),
+      target_(job.target),
+      name_in_folder_(job.name_in_folder),
       watch_(worker) {
 }
 
@@ -58,7 +61,7 @@ Result<TransferReport> UploadConversation::attempt(Connection& connection) {
     const UploadWay way = plan_upload(there, source_.stamp(), options.in_place,
                                       is_forced() && !has_arrived(**content));
     if (way == UploadWay::no_folder) {
-        return refusal(message::status_path_is_directory);
+        return attempt_in_folder(connection);
     }
     if (way == UploadWay::none) {
         return arrived(connection);
@@ -69,6 +72,17 @@ Result<TransferReport> UploadConversation::attempt(Connection& connection) {
     auto uploaded = way == UploadWay::aside ? upload_aside(connection, **content)
                                             : upload_to(connection, target_, **content);
     return uploaded ? arrived(connection) : uploaded.error();
+}
+
+Result<TransferReport> UploadConversation::attempt_in_folder(Connection& connection) {
+    if (name_in_folder_.empty()) {
+        return refusal(message::status_path_is_directory);
+    }
+    target_.path += '/' + std::exchange(name_in_folder_, {});
+    looked_ = false;
+    worker_.run.tell(
+        [&](TransferObserver& observer) { observer.placed(worker_.file, target_.path); });
+    return attempt(connection);
 }
 
 // What all files of a batch share is good for the first look; after a break all may be different.
@@ -82,9 +96,12 @@ Result<UploadConversation::Content> UploadConversation::look(Connection& connect
         return fresh.error();
     }
     if (!is_told_by_listings(target_.path)) {
+        const std::string name(split(target_.path).name);
         const auto stamp = connection.download_file_prepare(target_, false);
         if (stamp) {
-            fresh->add({false, std::string(split(target_.path).name), stamp->size, stamp->time});
+            fresh->add({false, name, stamp->size, stamp->time});
+        } else if (stamp.error().status == message::status_path_is_directory) {
+            fresh->add({true, name});
         } else if (stamp.error().kind != ErrorKind::refused) {
             return stamp.error();
         }
@@ -107,7 +124,8 @@ Result<void> UploadConversation::upload_to(Connection& connection, const RemoteP
     if (auto checked = check_leftovers(connection, place, content); !checked) {
         return checked;
     }
-    const auto start = begin(connection, place);
+    const auto start = begins_with_nothing(place, content) ? begin_ahead(connection, place)
+                                                           : begin(connection, place);
     if (!start) {
         return start.error();
     }
@@ -151,6 +169,26 @@ Result<void> UploadConversation::check_leftovers(Connection& connection, const R
         return good.error();
     }
     return *good ? Result<void>() : connection.delete_path(place);
+}
+
+// Only as long as nothing has proved other than it was listed.
+bool UploadConversation::begins_with_nothing(const RemotePath& place,
+                                             const FolderContent& content) const {
+    const auto name = split(place.path).name;
+    const Entry* const there = content.find(name);
+    return !ahead_ && !suspect_ && is_told_by_listings(place.path) &&
+           !content.has_longer(name, source_.stamp()) &&
+           !(there && FileStamp{there->size, there->time} == source_.stamp());
+}
+
+Result<UploadStart> UploadConversation::begin_ahead(Connection& connection,
+                                                    const RemotePath& place) {
+    ahead_ = true;
+    if (auto sent = connection.upload_file_begin(place, source_.stamp(), run_.options().encrypted);
+        !sent) {
+        return sent.error();
+    }
+    return UploadStart{false, 0};
 }
 
 Result<UploadStart> UploadConversation::begin(Connection& connection, const RemotePath& place) {
@@ -210,14 +248,15 @@ Result<bool> UploadConversation::stored_part_is_good(Connection& connection,
 // empty file has no part, and would be finished.
 Result<void> UploadConversation::discard_stored_part(Connection& connection,
                                                      const RemotePath& place) {
-    suspect_ = false;
     if (source_.stamp().size == 0) {
+        suspect_ = false;
         return {};
     }
     const FileStamp other{source_.stamp().size, source_.stamp().time + 1};
     if (const auto start = connection.upload_file_prepare(place, other, false); !start) {
         return start.error();
     }
+    suspect_ = false;
     return connection.cleanup_connection();
 }
 

@@ -22,7 +22,7 @@ class UploadConversation {
   public:
     // All but `source` must outlive the conversation.
     UploadConversation(Worker& worker, RemoteFolders& folders, UploadSender& sender,
-                       SourceFile source, const RemotePath& target);
+                       SourceFile source, const UploadJob& job);
 
     Result<TransferReport> run();
 
@@ -30,12 +30,15 @@ class UploadConversation {
     using Content = std::shared_ptr<const FolderContent>;
 
     Result<TransferReport> attempt(Connection& connection);
+    Result<TransferReport> attempt_in_folder(Connection& connection);
     Result<Content> look(Connection& connection);
     Result<void> upload_aside(Connection& connection, const FolderContent& content);
     Result<void> upload_to(Connection& connection, const RemotePath& place,
                            const FolderContent& content);
     Result<void> check_leftovers(Connection& connection, const RemotePath& place,
                                  const FolderContent& content);
+    bool begins_with_nothing(const RemotePath& place, const FolderContent& content) const;
+    Result<UploadStart> begin_ahead(Connection& connection, const RemotePath& place);
     Result<UploadStart> begin(Connection& connection, const RemotePath& place);
     Result<bool> stored_part_is_good(Connection& connection, const RemotePath& place,
                                      std::int64_t size);
@@ -53,9 +56,11 @@ class UploadConversation {
     RemoteFolders& folders_;
     UploadSender& sender_;
     SourceFile source_;
-    const RemotePath& target_;
+    RemotePath target_;
+    std::string name_in_folder_;
     FileWatch watch_;
     bool looked_ = false;
+    bool ahead_ = false;     // data was sent before the server had answered its prepare
     bool suspect_ = false;   // what is stored, if anything, is not to be gone on with
     bool resend_ = false;    // although the server has a file of this size and time
     bool is_whole_ = false;  // all was sent: what lies at the target is of this run

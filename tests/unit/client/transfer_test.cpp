@@ -40,12 +40,18 @@ std::int64_t time_of(const std::string& path) {
     return stat(path.c_str(), &status) == 0 ? status.st_mtim.tv_sec : -1;
 }
 
-void prepare_upload(PeerConnection& peer, std::uint16_t status, std::int64_t offset = 0) {
-    peer.expect<message::UploadFilePrepare>();
+void answer_prepare(PeerConnection& peer, std::uint16_t status, std::int64_t offset = 0) {
     message::UploadFilePrepareResponse response{};
     response.status = status;
     response.offset = offset;
     peer.answer<message::UploadFilePrepare>(response);
+}
+
+std::string prepare_upload(PeerConnection& peer, std::uint16_t status, std::int64_t offset = 0) {
+    std::string path;
+    peer.expect<message::UploadFilePrepare>(&path);
+    answer_prepare(peer, status, offset);
+    return path;
 }
 
 // Takes data messages until `size` bytes have come.
@@ -112,12 +118,24 @@ ScriptedPeer::Script greeted(ScriptedPeer::Script script) {
     };
 }
 
+// Tells that the folder that is asked for doesn't exist.
+void list_nothing(PeerConnection& peer) {
+    peer.expect<message::GetPathContent>();
+    peer.answer<message::GetPathContent>(
+        {.type = 0, .status = message::status_access_failed, .data_length = 0});
+}
+
+void list(PeerConnection& peer, const std::string& listing) {
+    peer.expect<message::GetPathContent>();
+    peer.send(bytes_of(message::DataResponse{29, message::status_path_is_directory,
+                                             static_cast<std::uint32_t>(listing.size())}) +
+              listing);
+}
+
 // A server whose storage holds nothing, as uploads ask before they begin.
 ScriptedPeer::Script empty(ScriptedPeer::Script script) {
     return greeted([script = std::move(script)](PeerConnection& peer) {
-        peer.expect<message::GetPathContent>();
-        peer.answer<message::GetPathContent>(
-            {.type = 0, .status = message::status_access_failed, .data_length = 0});
+        list_nothing(peer);
         script(peer);
     });
 }
@@ -130,6 +148,7 @@ class Watch : public transmit::TransferObserver {
             on_progress(progress);
         }
     }
+    void placed(std::size_t, const std::string& path) override { place = path; }
     void stalled(std::size_t) override { ++stalls; }
     void retrying(std::size_t, const transmit::Error& reason, std::chrono::milliseconds,
                   std::chrono::milliseconds) override {
@@ -152,6 +171,7 @@ class Watch : public transmit::TransferObserver {
     std::vector<transmit::Error> retries;
     std::atomic<int> stalls = 0;
     int starts_over = 0;
+    std::string place;
     transmit::TransferReport report;
 };
 
@@ -291,9 +311,29 @@ TEST_F(Transfer, SmallDownloadsAreAllAskedForAtOnce) {
     }
 }
 
+TEST_F(Transfer, AFileWhoseTargetProvesAFolderGoesIntoIt) {
+    const auto script = greeted([&](PeerConnection& connection) {
+        list(connection, R"(<root><folder name="docs"/></root>)");
+        list_nothing(connection);
+        EXPECT_EQ(prepare_upload(connection, message::status_file_incomplete), "docs/source.bin");
+        receive_upload(connection, content_.size());
+        finish_upload(connection);
+    });
+    transmit::UploadBatch batch;
+    batch.files.push_back({source_, {1, 0, "docs"}, {}, "source.bin"});
+    ScriptedPeer peer({script});
+    EXPECT_TRUE(transmit::upload_files({{"127.0.0.1", peer.port()}, limits_, hasty()}, batch,
+                                       options_, watch_)
+                    .complete());
+    EXPECT_EQ(watch_.place, "docs/source.bin");
+}
+
 TEST_F(Transfer, UploadEndsWithTheStatusOfARefusal) {
-    ScriptedPeer at_prepare({empty(
-        [](PeerConnection& peer) { prepare_upload(peer, message::status_path_is_directory); })});
+    ScriptedPeer at_prepare({empty([&](PeerConnection& peer) {
+        peer.expect<message::UploadFilePrepare>();
+        receive_upload(peer, content_.size());
+        answer_prepare(peer, message::status_path_is_directory);
+    })});
     EXPECT_EQ(upload(at_prepare).error().status, message::status_path_is_directory);
 
     ScriptedPeer at_finish({empty([](PeerConnection& peer) {
@@ -302,6 +342,28 @@ TEST_F(Transfer, UploadEndsWithTheStatusOfARefusal) {
         finish_upload(peer, message::status_rename_failed);
     })});
     EXPECT_EQ(upload(at_finish).error().status, message::status_rename_failed);
+}
+
+// Data goes ahead of the prepare's answer. Where that proves wrong, what is stored is another's
+// with this behind it, and is thrown away.
+TEST_F(Transfer, AnUploadThatDidNotBeginAsListedStartsOver) {
+    ScriptedPeer peer({empty([&](PeerConnection& connection) {
+                           connection.expect<message::UploadFilePrepare>();
+                           receive_upload(connection, content_.size());
+                           answer_prepare(connection, message::status_file_incomplete, 1000);
+                           EXPECT_TRUE(connection.at_end());
+                       }),
+                       empty([&](PeerConnection& connection) {
+                           prepare_upload(connection, message::status_file_incomplete);
+                           connection.expect<message::CleanupConnection>();
+                           connection.answer<message::CleanupConnection>();
+                           prepare_upload(connection, message::status_file_incomplete);
+                           EXPECT_TRUE(receive_upload(connection, content_.size()) == content_);
+                           finish_upload(connection);
+                       })});
+    const auto report = upload(peer);
+    ASSERT_TRUE(report) << report.error().text;
+    EXPECT_EQ(watch_.starts_over, 1);
 }
 
 TEST_F(Transfer, UploadStopsWhenTheServerReportsAFailedBlock) {
@@ -485,6 +547,9 @@ TEST_F(Transfer, OnlyOneDownloadAtATimeWritesAPart) {
     })});
     ScriptedPeer outer({greeted([&](PeerConnection& connection) {
         start_download(connection, content_.size());
+        while (!std::filesystem::exists(target_ + ".part.info")) {
+            std::this_thread::yield();
+        }
         const auto second = download(inner);
         EXPECT_EQ(second.error().kind, ErrorKind::local_file);
         send_block(connection, content_);
@@ -561,13 +626,7 @@ TEST_F(Transfer, NoNameOfATreeLeadsOutOfItsFolder) {
                                 R"(size="1" time="1"/><file name="..\x" size="1" time="1"/>)"
                                 R"(<file name="." size="1" time="1"/><file name="good" size="1" )"
                                 R"(time="1"/></root>)";
-    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
-        connection.expect<message::GetPathContent>();
-        connection.send(
-            bytes_of(message::DataResponse{29, message::status_path_is_directory,
-                                           static_cast<std::uint32_t>(listing.size())}) +
-            listing);
-    })});
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) { list(connection, listing); })});
     transmit::RetryingConnection server({"127.0.0.1", peer.port()});
     const auto batch = transmit::download_tree(server, {1, 0, "t"}, folder_.path() + "t");
     ASSERT_TRUE(batch) << batch.error().text;
