@@ -55,11 +55,11 @@ bool NorvaneTransmitService::is_transmit_info_due() const {
 void NorvaneTransmitService::refresh_transmit_info() {
     // Cleared before the nodes are read, so that a change meanwhile counts at the next call.
     transmit_info_dirty_ = false;
-    std::list<NodeRecord> records;
+    transmit_info_list_.resize(node_list_.size());
+    auto record = transmit_info_list_.begin();
     for (NorvaneTransmitNode* node : node_list_) {
-        node->get_node_record(records.emplace_back());
+        node->get_node_record(*record++);
     }
-    transmit_info_list_.swap(records);
     transmit_statistics_ = tally(transmit_info_list_);
     transmit_statistics_.last_data_update_time = Kestin::Base::kestin_time();
     transmit_info_update_time_ = transmit_statistics_.last_data_update_time;
