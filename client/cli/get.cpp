@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -6,6 +9,7 @@
 #include <system_error>
 
 #include "client/cli/commands.h"
+#include "client/cli/interrupt.h"
 #include "client/cli/names.h"
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
@@ -17,10 +21,35 @@ namespace {
 
 constexpr auto standard_output = "-";
 
+// A pipe is opened once more, since waiting for its reader must end with the caller's wish and the
+// mode of a descriptor is shared with whoever else has it.
+int open_standard_output() {
+    struct stat status {};
+    const bool is_pipe = fstat(STDOUT_FILENO, &status) == 0 && S_ISFIFO(status.st_mode);
+    const int own = is_pipe ? open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_CLOEXEC) : -1;
+    return own >= 0 ? own : STDOUT_FILENO;
+}
+
+// Waits in short turns, since a signal may reach another thread than this one.
+Result<void> await_reader(int output) {
+    constexpr int turn = 200;  // milliseconds
+    pollfd waiting{output, POLLOUT, 0};
+    while (poll(&waiting, 1, turn) <= 0) {
+        if (interrupted()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
+    }
+    return {};
+}
+
 Result<void> write_all(const char* data, std::size_t size) {
+    static const int output = open_standard_output();
     while (size > 0) {
-        const ssize_t written = write(STDOUT_FILENO, data, size);
-        if (written < 0 && errno != EINTR) {
+        if (auto ready = await_reader(output); !ready) {
+            return ready;
+        }
+        const ssize_t written = write(output, data, size);
+        if (written < 0 && errno != EINTR && errno != EAGAIN) {
             return Error{ErrorKind::local_file, 0,
                          "standard output: " + std::generic_category().message(errno)};
         }

@@ -1,10 +1,15 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/child_process.h"
@@ -75,6 +80,7 @@ TEST_F(ClientProgram, MovesFilesAndTreesAndKnowsThemAgain) {
     EXPECT_NE(run("transmit put -r photos /backup 2>&1").output.find("2 there already"),
               std::string::npos);
     EXPECT_EQ(run("transmit put report.pdf /docs/new -n").output, "report.pdf -> /docs/new\n");
+    EXPECT_EQ(run("transmit put photos/2.jpg /docs -n").output, "photos/2.jpg -> /docs/2.jpg\n");
     EXPECT_EQ(run("transmit get -r /backup got").code, 0);
     EXPECT_EQ(support::read_file(here("got/a b/1.jpg")), "one");
     EXPECT_EQ(run("transmit get /docs/report.pdf got").code, 0);
@@ -120,6 +126,21 @@ TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
         EXPECT_NE(outcome.output.find(one.says), std::string::npos)
             << one.line << ": " << outcome.output;
     }
+}
+
+TEST_F(ClientProgram, AnInterruptEndsItsWaitForThePipesReader) {
+    ASSERT_EQ(run("transmit put -q report.pdf /docs/").code, 0);
+    ASSERT_EQ(::mkfifo(here("pipe").c_str(), 0600), 0);
+    const int reader = ::open(here("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ChildProcess program = start("exec transmit get -q /docs/report.pdf - >pipe");
+    const int room = ::fcntl(reader, F_GETPIPE_SZ);
+    for (int waiting = 0; waiting < room / 2;) {
+        ASSERT_EQ(::ioctl(reader, FIONREAD, &waiting), 0);
+        std::this_thread::yield();
+    }
+    program.send_signal(SIGINT);
+    EXPECT_EQ(program.await_exit(), exited_with(130));
+    ::close(reader);
 }
 
 TEST_F(ClientProgram, TakesDefaultsFromItsSettings) {
