@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -34,6 +35,14 @@ class TcpConnectionBase {
     // Takes all of the bytes behind what waits already, to go out in that order. False, with none
     // taken: the bound of the send buffer is reached, or the connection is breaking.
     virtual bool send_buffer_fill_len(const void* data, std::uint64_t length) = 0;
+
+    // A place behind what waits already for at most 64 KiB and 8 bytes, which the caller fills and
+    // sends with `send_buffer_commit` before it sends anything else: a copy less. Null as above;
+    // what isn't committed is as if it hadn't been asked for.
+    virtual std::byte* send_buffer_room(std::uint64_t length) = 0;
+
+    // Sends the first `length` bytes of the room, at most as many as were asked for.
+    virtual void send_buffer_commit(std::uint64_t length) = 0;
 
     // The first `length` bytes where they lie, for a service that needs no copy of its own; they
     // stay there until they are dropped or moved, and the callback's end is the latest that they

@@ -30,6 +30,20 @@ bool SendChain::append(const void* data, std::uint64_t length) {
     return true;
 }
 
+std::byte* SendChain::room(std::uint64_t length) {
+    const bool has_block = last_ != nullptr && last_->room() >= length;
+    if (length > sizeof Block::data || !fits(length) || !(has_block || add_block())) {
+        return nullptr;
+    }
+    return last_->data + last_->end;
+}
+
+void SendChain::commit(std::uint64_t length) {
+    last_->end += length;
+    size_ += length;
+    appended_ += length;
+}
+
 bool SendChain::append_file(std::span<const std::byte> head, Descriptor file, std::uint64_t size) {
     if (!append(head.data(), head.size())) {
         return false;

@@ -57,6 +57,11 @@ class SendChain {
     // memory, or a file that waits.
     bool append(const void* data, std::uint64_t length);
 
+    // Contiguous bytes behind what waits, to be filled and then counted with `commit`, at most a
+    // block's worth. Null: as `append`, and where that is false.
+    std::byte* room(std::uint64_t length);
+    void commit(std::uint64_t length);
+
     // As `append`, and the file's first `size` bytes behind that.
     bool append_file(std::span<const std::byte> head, Descriptor file, std::uint64_t size);
 

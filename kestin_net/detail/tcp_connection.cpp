@@ -329,6 +329,14 @@ bool TcpConnection::send_buffer_fill_len(const void* data, std::uint64_t length)
     return send_chain_.append(data, length);
 }
 
+std::byte* TcpConnection::send_buffer_room(std::uint64_t length) {
+    return send_chain_.room(length);
+}
+
+void TcpConnection::send_buffer_commit(std::uint64_t length) {
+    send_chain_.commit(length);
+}
+
 // sendfile(2) waits on a socket that isn't itself one that never does.
 bool TcpConnection::send_buffer_fill_file(std::string_view head, int descriptor,
                                           std::uint64_t size) {

@@ -62,6 +62,8 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool recv_buffer_drop_len(std::uint64_t length) override;
     bool recv_buffer_need_len(std::uint64_t length) override;
     bool send_buffer_fill_len(const void* data, std::uint64_t length) override;
+    std::byte* send_buffer_room(std::uint64_t length) override;
+    void send_buffer_commit(std::uint64_t length) override;
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override;
     bool send_buffer_fill_file(std::string_view head, int descriptor, std::uint64_t size) override;
 

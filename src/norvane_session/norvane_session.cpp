@@ -74,13 +74,22 @@ bool INorvaneSession::send_message(TcpConnectionBase* connection, const void* he
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] send data failed", session_id());
         return false;
     }
+    count_sent(header_length + tail_length);
+    return true;
+}
+
+void INorvaneSession::send_message_in_room(TcpConnectionBase& connection, std::uint32_t length) {
+    connection.send_buffer_commit(length);
+    count_sent(length);
+}
+
+void INorvaneSession::count_sent(std::uint32_t length) {
     const timeval now = Kestin::Base::kestin_gettimeofday();
     if (has_left_window(send_window_start_, now)) {
         send_window_start_ = now;
         send_window_bytes_ = 0;
     }
-    send_window_bytes_ += header_length + tail_length;
-    return true;
+    send_window_bytes_ += length;
 }
 
 bool INorvaneSession::send_data(TcpConnectionBase* connection, const void* data,

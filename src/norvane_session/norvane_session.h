@@ -37,6 +37,9 @@ class INorvaneSession : private Kestin::Base::Uncopy {
     bool send_data(Kestin::Net::TcpConnectionBase* connection, const void* data,
                    std::uint32_t length);
 
+    // As send_message, for one that was built in the connection's room for what is sent.
+    void send_message_in_room(Kestin::Net::TcpConnectionBase& connection, std::uint32_t length);
+
     // The object's own address: the same for its whole life, so a pooled session keeps it from one
     // connection to the next.
     std::uint64_t session_id() const;
@@ -53,6 +56,8 @@ class INorvaneSession : private Kestin::Base::Uncopy {
     void unbind() { connection_ = nullptr; }
 
   private:
+    void count_sent(std::uint32_t length);
+
     Kestin::Net::TcpConnectionBase* connection_ = nullptr;
     timeval send_window_start_ = {};
     std::uint32_t send_window_bytes_ = 0;

@@ -1,3 +1,6 @@
+#include <cstddef>
+#include <cstring>
+
 #include "src/norvane_transmit_node/event_lookup.h"
 #include "src/norvane_transmit_node/framing.h"
 #include "src/norvane_transmit_node/payload_buffers.h"
@@ -68,44 +71,84 @@ message::Status NorvaneTransmitNode::do_handle_download_file_data_request(
     return message::status_ok;
 }
 
+// What one message carries of the file. Either it is built in the room of the send buffer, behind
+// the place of its header, or `payload` is sent, which is cipher text for a ciphered download.
+struct NorvaneTransmitNode::DownloadChunk {
+    std::byte* room = nullptr;
+    std::string_view payload;
+    std::uint32_t length = 0;  // in the file
+};
+
 // The pump: one bounded batch into the send buffer, the next when the connection can take it.
 bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
                                                   DownloadFileTcpEvent* event) {
     if (event == nullptr) {
         return false;
     }
-    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
-    std::int64_t written = 0;
-    for (int chunk = 0; chunk < chunks_per_batch; ++chunk) {
+    std::int64_t sent = 0;
+    for (int number = 0; number < chunks_per_batch; ++number) {
         if (event->close_at_end()) {
             download_active_ = false;
             return send_download_data_response(connection, message::status_ok, {});
         }
-        std::uint32_t length = 0;
-        if (!event->read(buffers.chunk.data(), PayloadBuffers::chunk_size, length)) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] read file failed (%s)",
-                           session_id(), event->path().c_str());
-            return end_download(connection, message::status_read_failed);
+        DownloadChunk chunk;
+        if (const auto status = read_chunk(*connection, *event, chunk);
+            status != message::status_ok) {
+            return end_download(connection, status);
         }
-        if (length != 0) {
-            std::string_view payload(buffers.chunk.data(), length);
-            if (event->encrypted() && !encipher(payload, buffers.converted)) {
-                kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] encrypt data failed (%s)",
-                               session_id(), event->path().c_str());
-                return end_download(connection, message::status_encrypt_failed);
-            }
-            if (!send_download_data_response(connection, message::status_ok, payload)) {
+        if (chunk.length != 0) {
+            if (!send_chunk(*connection, chunk)) {
                 return false;
             }
-            written += static_cast<std::int64_t>(payload.size() + sizeof(message::DataResponse));
-            rate_window_.count_out(length + sizeof(message::DataResponse));
-            event->update_node_record(written, node_record_);
+            sent += static_cast<std::int64_t>(chunk.payload.size() + sizeof(message::DataResponse));
+            rate_window_.count_out(chunk.length + sizeof(message::DataResponse));
+            event->update_node_record(sent, node_record_);
         }
         // At least one chunk goes out before the limit is looked at.
         if (is_send_limit_reached()) {
             break;
         }
     }
+    return true;
+}
+
+// Whole chunks that aren't ciphered are read to where they are sent from; smaller ones would leave
+// much of a room's memory unused. A length of 0: the end of the file.
+message::Status NorvaneTransmitNode::read_chunk(Connection& connection, DownloadFileTcpEvent& event,
+                                                DownloadChunk& chunk) const {
+    constexpr std::uint32_t chunk_size = PayloadBuffers::chunk_size;
+    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
+    char* place = buffers.chunk.data();
+    if (!event.encrypted() && event.has_left(chunk_size)) {
+        chunk.room = connection.send_buffer_room(sizeof(message::DataResponse) + chunk_size);
+    }
+    if (chunk.room != nullptr) {
+        place = reinterpret_cast<char*>(chunk.room) + sizeof(message::DataResponse);
+    }
+    if (!event.read(place, chunk_size, chunk.length)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] read file failed (%s)", session_id(),
+                       event.path().c_str());
+        return message::status_read_failed;
+    }
+    chunk.payload = {place, chunk.length};
+    if (chunk.length != 0 && event.encrypted() && !encipher(chunk.payload, buffers.converted)) {
+        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] encrypt data failed (%s)",
+                       session_id(), event.path().c_str());
+        return message::status_encrypt_failed;
+    }
+    return message::status_ok;
+}
+
+bool NorvaneTransmitNode::send_chunk(Connection& connection, const DownloadChunk& chunk) {
+    if (chunk.room == nullptr) {
+        return send_download_data_response(&connection, message::status_ok, chunk.payload);
+    }
+    message::DataResponse header{.type = message::DownloadFileData::response_type,
+                                 .status = message::status_ok,
+                                 .data_length = chunk.length};
+    message::to_network_order(header);
+    std::memcpy(chunk.room, &header, sizeof header);
+    send_message_in_room(connection, sizeof header + chunk.length);
     return true;
 }
 

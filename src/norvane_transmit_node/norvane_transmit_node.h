@@ -166,6 +166,10 @@ class NorvaneTransmitNode : public INorvaneSession {
     bool send_download_file_data(Connection* connection, DownloadFileTcpEvent* event);
     bool send_download_data_response(Connection* connection, message::Status status,
                                      std::string_view data);
+    struct DownloadChunk;
+    message::Status read_chunk(Connection& connection, DownloadFileTcpEvent& event,
+                               DownloadChunk& chunk) const;
+    bool send_chunk(Connection& connection, const DownloadChunk& chunk);
     bool end_download(Connection* connection, message::Status status);
     bool encipher(std::string_view& payload, ByteArray& ciphered) const;
     bool decipher(std::span<const std::uint8_t>& block, ByteArray& plain) const;

@@ -35,6 +35,10 @@ bool DownloadFileTcpEvent::read(char* buffer, std::uint32_t capacity, std::uint3
     return read;
 }
 
+bool DownloadFileTcpEvent::has_left(std::uint32_t length) const {
+    return file_.size_at_open() - position_ >= std::int64_t{length};
+}
+
 bool DownloadFileTcpEvent::close_at_end() {
     if (!file_.is_open() || !file_.is_eof()) {
         return false;

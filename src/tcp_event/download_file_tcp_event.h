@@ -33,6 +33,9 @@ class DownloadFileTcpEvent : public TcpEventBase {
     // Up to `capacity` bytes; their number goes to `read_length`, 0 at the end of the file.
     bool read(char* buffer, std::uint32_t capacity, std::uint32_t& read_length);
 
+    // Whether so many bytes are left of what the file held when it was opened.
+    bool has_left(std::uint32_t length) const;
+
     // Closes the file and is true if it is open and its end has been read.
     bool close_at_end();
 

@@ -2,12 +2,14 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "kestin_net/tcp_connection_base.h"
 
@@ -67,6 +69,14 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
         }
         return !fail_fill;
     }
+    std::byte* send_buffer_room(std::uint64_t length) override {
+        use_memory();
+        room_.resize(length);
+        return fail_fill ? nullptr : room_.data();
+    }
+    void send_buffer_commit(std::uint64_t length) override {
+        sent_.append(reinterpret_cast<const char*>(room_.data()), length);
+    }
     bool send_buffer_fill_file(std::string_view head, int descriptor, std::uint64_t size) override {
         std::string content(size, '\0');
         return ::pread(descriptor, content.data(), size, 0) == static_cast<ssize_t>(size) &&
@@ -101,6 +111,7 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
 
     std::string received_;
     std::string sent_;
+    std::vector<std::byte> room_;
     std::uint64_t needed_ = 0;
 };
 

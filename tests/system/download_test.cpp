@@ -173,6 +173,16 @@ TEST_F(DownloadTest, FollowsAFileThatChangesAfterThePrepare) {
     EXPECT_EQ(peer.stream_from(2).plain, "23");
 }
 
+// What waits in buffers and sockets must not change with the file.
+TEST_F(DownloadTest, EndsWhereItsFileShrinksToWhileItIsRead) {
+    start_long_download();
+    std::filesystem::resize_file(in_storage("long"), chunk);
+    received += peer.receive_stream().plain;
+    EXPECT_LT(received.size(), bytes.size());
+    EXPECT_TRUE(bytes.starts_with(received));
+    EXPECT_EQ(peer.finish_download(), status_ok);
+}
+
 TEST_F(DownloadTest, GoesOnFromTheOffsetOfASecondDataRequest) {
     start_long_download();
     peer.send(request::download_file_data(long_size - 5));
