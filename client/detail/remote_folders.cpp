@@ -56,11 +56,9 @@ std::vector<Entry> FolderContent::longer(std::string_view name, const FileStamp&
     return found;
 }
 
-bool FolderContent::has_longer(std::string_view name, const FileStamp& stamp) const {
+bool FolderContent::has_longer(std::string_view name, std::int64_t size) const {
     bool found = false;
-    visit_longer(name, [&](const Entry& entry) {
-        found = found || (entry.time == stamp.time && entry.size <= stamp.size);
-    });
+    visit_longer(name, [&](const Entry& entry) { found = found || entry.size <= size; });
     return found;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -36,8 +37,9 @@ class FolderContent {
     // The files of this size and time whose names are `name` and more, beginning with no letter and
     // no digit: among them is an upload's temporary file, whatever suffix the server gives it.
     std::vector<Entry> longer(std::string_view name, const FileStamp& stamp) const;
-    // The same of any size up to that of `stamp`.
-    bool has_longer(std::string_view name, const FileStamp& stamp) const;
+    // Whether there are any of at most this size, whatever their time: a temporary file that is
+    // being written has not yet that of its source.
+    bool has_longer(std::string_view name, std::int64_t size) const;
 
   private:
     template <typename Visit>

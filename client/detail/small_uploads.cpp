@@ -49,7 +49,7 @@ std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, 
         worker_.run.ended(file, TransferReport{.size = stamp.size, .already_there = true});
         return std::nullopt;
     }
-    if (there || (*content)->has_longer(name, stamp)) {
+    if (there || (*content)->has_longer(name, stamp.size)) {
         leave(file);
         return std::nullopt;
     }

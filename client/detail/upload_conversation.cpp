@@ -177,7 +177,7 @@ bool UploadConversation::begins_with_nothing(const RemotePath& place,
     const auto name = split(place.path).name;
     const Entry* const there = content.find(name);
     return !ahead_ && !suspect_ && is_told_by_listings(place.path) &&
-           !content.has_longer(name, source_.stamp()) &&
+           !content.has_longer(name, source_.stamp().size) &&
            !(there && FileStamp{there->size, there->time} == source_.stamp());
 }
 

@@ -366,6 +366,35 @@ TEST_F(Transfer, AnUploadThatDidNotBeginAsListedStartsOver) {
     EXPECT_EQ(watch_.starts_over, 1);
 }
 
+// The temporary file of an upload that the server has not yet seen end bears the time of its last
+// write. Data sent ahead would come behind what it holds, if it ends before that comes.
+TEST_F(Transfer, APartThatMayStillBeWrittenIsNotSentOntoUnasked) {
+    const std::string part(content_, 0, 600'000);
+    const std::string tail(part, part.size() - (64UL << 10));
+    const auto listing = [](std::int64_t time) {
+        return R"(<root><file name="a.bin.tcp" size="600000" time=")" + std::to_string(time) +
+               R"("/></root>)";
+    };
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        list(connection, listing(source_time + 1000));
+        prepare_upload(connection, message::status_file_incomplete, std::ssize(part));
+        connection.expect<message::CleanupConnection>();
+        connection.answer<message::CleanupConnection>();
+        list(connection, listing(source_time));
+        EXPECT_EQ(start_download(connection, part.size()), std::ssize(part) - std::ssize(tail));
+        send_block(connection, tail);
+        send_block(connection, "");
+        connection.expect<message::DownloadFileFinish>();
+        connection.answer<message::DownloadFileFinish>();
+        prepare_upload(connection, message::status_file_incomplete, std::ssize(part));
+        EXPECT_TRUE(part + receive_upload(connection, content_.size() - part.size()) == content_);
+        finish_upload(connection);
+    })});
+    const auto report = upload(peer);
+    ASSERT_TRUE(report) << report.error().text;
+    EXPECT_EQ(watch_.starts_over, 0);
+}
+
 TEST_F(Transfer, UploadStopsWhenTheServerReportsAFailedBlock) {
     std::filesystem::resize_file(source_, 1'000'000'000);
     ScriptedPeer peer({empty([](PeerConnection& connection) {
