@@ -33,6 +33,8 @@ struct UploadJob {
     ByteSource source;
     // The name that the file gets in it if the target proves a folder; empty: that is an error.
     std::string name_in_folder{};
+    // As it was found, so that small files are known for what they are: they go out in runs.
+    std::optional<std::int64_t> size{};
 };
 
 struct DownloadJob {

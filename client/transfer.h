@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "client/rate_limiter.h"
 #include "client/remote.h"
@@ -50,7 +51,8 @@ struct TransferOptions {
     bool dry_run = false;
     // The whole batch ends after this, whatever moves; 0: never. See RetryPolicy for standstill.
     std::chrono::seconds max_time{0};
-    int files_at_once = 4;  // connections, one file each
+    // Connections, one file each; none: four, or two for an upload of nothing but small files.
+    std::optional<int> files_at_once;
     // Connections of one big download, if it is the only file. They share what is left of it, once
     // a second has shown that one connection would take longer than `single_stream` for that.
     int streams = 4;

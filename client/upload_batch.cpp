@@ -1,4 +1,4 @@
-#include <sys/stat.h>
+#include <algorithm>
 
 #include "client/batch.h"
 #include "client/detail/small_uploads.h"
@@ -12,14 +12,21 @@ using detail::RemoteFolders;
 using detail::Worker;
 
 constexpr std::size_t longest_path = 65'535;
+// A folder takes one new name at a time: with more than this on small files they wait for each
+// other there.
+constexpr int workers_for_small_files = 2;
 
 // Small files that nothing is known or asked about which needs care.
 bool is_small(const UploadJob& job, const TransferOptions& options) {
-    struct stat status {};
-    return !options.verify && !options.always && !options.dry_run && !job.source &&
-           job.target.path.size() <= longest_path && detail::is_told_by_listings(job.target.path) &&
-           stat(job.local_path.c_str(), &status) == 0 &&
-           status.st_size <= detail::UploadSender::small_size;
+    return job.size && *job.size <= detail::UploadSender::small_size && !options.verify &&
+           !options.always && !options.dry_run && !job.source &&
+           job.target.path.size() <= longest_path && detail::is_told_by_listings(job.target.path);
+}
+
+int workers_for(const std::vector<UploadJob>& jobs, const TransferOptions& options) {
+    const bool are_small =
+        std::ranges::all_of(jobs, [&](const UploadJob& job) { return is_small(job, options); });
+    return are_small ? workers_for_small_files : BatchRun::usual_workers;
 }
 
 Result<TransferReport> upload(Worker& worker, RemoteFolders& folders, detail::UploadSender& sender,
@@ -72,7 +79,8 @@ TransferSummary upload_files(const Server& server, const UploadBatch& batch,
                 make_folders(worker, folders, batch.folders);
             }
         },
-        [&](Worker& worker) { work(worker, folders, batch.files); });
+        [&](Worker& worker) { work(worker, folders, batch.files); },
+        workers_for(batch.files, options));
 }
 
 }  // namespace transmit

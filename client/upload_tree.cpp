@@ -54,7 +54,9 @@ class UploadTree {
                 batch_.refused.push_back({local, added.error()});
             }
         } else if (entry.is_regular_file(error)) {
-            batch_.files.push_back({local, at(remote), {}});
+            const auto size = static_cast<std::int64_t>(entry.file_size(error));
+            batch_.files.push_back(
+                {local, at(remote), {}, {}, error ? std::nullopt : std::optional(size)});
         } else {
             refuse(local, "it is neither a file nor a folder");
         }

@@ -223,7 +223,10 @@ void CommandTable::add_transfer_options(CLI::App& command) {
                      "Folders too, with all they hold. A folder gets its own name in a target that "
                      "ends in / or takes several names, else the target's");
     command.add_flag("-n,--dry-run", transfer_.dry_run, "Tell what would be moved, move nothing");
-    command.add_option("-j,--jobs", transfer_.jobs, "Files at once; 4 unless told")
+    command
+        .add_option(
+            "-j,--jobs", transfer_.jobs,
+            "Files at once; 4 unless told, or 2 runs of files where only small ones are sent")
         ->type_name("N")
         ->check(within(1, 64));
     command.add_flag("--always", transfer_.always,

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,7 +35,7 @@ struct TransferCommand {
     bool verify = false;
     bool check_all = false;
     bool dry_run = false;
-    int jobs = 4;
+    std::optional<int> jobs;
     int streams = 4;
     std::uint64_t rate = 0;               // bytes per second; 0: no limit
     std::chrono::seconds max_time{0};     // of the whole; 0: no limit

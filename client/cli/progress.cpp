@@ -1,6 +1,7 @@
 #include "client/cli/progress.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace transmit::cli {
 namespace {
@@ -83,12 +84,12 @@ std::chrono::seconds BatchProgress::elapsed(Clock::time_point now) const {
 }
 
 RunningFile& BatchProgress::running(std::size_t file, Clock::time_point now) {
-    const auto found = std::find_if(running_.begin(), running_.end(),
-                                    [file](const RunningFile& one) { return one.file == file; });
-    return found != running_.end()
-               ? *found
-               : running_.emplace_back(
-                     RunningFile{file, 0, files_[file].size.value_or(0), SpeedWindow(now), {}});
+    const auto [found, is_new] = place_of_.try_emplace(file);
+    if (is_new) {
+        running_.push_back({file, 0, files_[file].size.value_or(0), SpeedWindow(now), {}});
+        found->second = std::prev(running_.end());
+    }
+    return *found->second;
 }
 
 void BatchProgress::set_size(std::size_t file, std::int64_t size) {
@@ -97,7 +98,9 @@ void BatchProgress::set_size(std::size_t file, std::int64_t size) {
 }
 
 void BatchProgress::forget(std::size_t file) {
-    std::erase_if(running_, [file](const RunningFile& one) { return one.file == file; });
+    if (const auto found = place_of_.extract(file)) {
+        running_.erase(found.mapped());
+    }
 }
 
 }  // namespace transmit::cli

@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <list>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 // How far a batch of transfers has come. Pure: the time is told.
@@ -73,7 +75,7 @@ class BatchProgress {
 
     const std::string& name(std::size_t file) const { return files_[file].name; }
     // In the order in which they began.
-    const std::vector<RunningFile>& running() const { return running_; }
+    const std::list<RunningFile>& running() const { return running_; }
 
     std::size_t files() const { return files_.size(); }
     std::size_t finished() const { return finished_; }
@@ -90,7 +92,8 @@ class BatchProgress {
     void forget(std::size_t file);
 
     std::vector<BatchFile> files_;
-    std::vector<RunningFile> running_;
+    std::list<RunningFile> running_;  // hundreds, if they are small
+    std::unordered_map<std::size_t, std::list<RunningFile>::iterator> place_of_;
     std::size_t finished_ = 0;
     std::size_t failed_ = 0;
     std::int64_t finished_bytes_ = 0;

@@ -135,11 +135,13 @@ std::string total_line(const BatchProgress& progress, Clock::time_point now, std
 std::vector<BarLine> progress_bars(const BatchProgress& progress, Clock::time_point now,
                                    std::size_t width) {
     std::vector<BarLine> lines;
-    const auto& running = progress.running();
-    for (std::size_t index = 0; index < std::min(running.size(), most_files); ++index) {
-        lines.push_back(file_line(progress, running[index], now, width));
+    for (const RunningFile& file : progress.running()) {
+        if (lines.size() == most_files) {
+            break;
+        }
+        lines.push_back(file_line(progress, file, now, width));
     }
-    if (progress.files() > 1 || running.empty()) {
+    if (progress.files() > 1 || lines.empty()) {
         lines.push_back({total_line(progress, now, width)});
     }
     return lines;

@@ -26,10 +26,10 @@ Error unusable_name() {
             "name"};
 }
 
-std::optional<std::int64_t> size_of(const UploadJob& job) {
+std::optional<std::int64_t> size_of(const std::string& file) {
     std::error_code error;
-    const auto size = fs::file_size(job.local_path, error);
-    return error || job.source ? std::nullopt : std::optional(static_cast<std::int64_t>(size));
+    const auto size = fs::file_size(file, error);
+    return error ? std::nullopt : std::optional(static_cast<std::int64_t>(size));
 }
 
 // Waits in short turns, since a signal may reach another thread than this one.
@@ -64,7 +64,8 @@ class UploadPlan {
         } else if (into_folder_ && local_name(source).empty()) {
             refuse(source, unusable_name());
         } else {
-            batch_.files.push_back({source, place_of(source), {}, local_name(source)});
+            batch_.files.push_back(
+                {source, place_of(source), {}, local_name(source), size_of(source)});
         }
     }
 
@@ -72,7 +73,7 @@ class UploadPlan {
         refuse_doubles(batch_, [](const UploadJob& job) { return job.target.path; });
         TransferPlan plan{target_.server, {}, "sent", {}};
         for (const UploadJob& job : batch_.files) {
-            plan.files.push_back({{job.local_path, job.target.path}, size_of(job)});
+            plan.files.push_back({{job.local_path, job.target.path}, job.size});
         }
         plan.move = [batch = std::move(batch_)](const Server& server,
                                                 const TransferOptions& options,

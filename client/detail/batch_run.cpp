@@ -33,7 +33,7 @@ BatchRun::BatchRun(Server server, std::size_t file_count, const TransferOptions&
     };
 }
 
-TransferSummary BatchRun::run(const Work& first, const Work& work) {
+TransferSummary BatchRun::run(const Work& first, const Work& work, int usual) {
     std::deque<Worker> workers;
     workers.emplace_back(*this);
     if (const auto reached = workers.front().server.connect(); !reached) {
@@ -43,7 +43,8 @@ TransferSummary BatchRun::run(const Work& first, const Work& work) {
     // From here on a server that can't be reached is one that has gone for a while.
     server_.retry.await_server = true;
     first(workers.front());
-    const auto wanted = static_cast<std::size_t>(std::max(options_.files_at_once, 1));
+    const auto wanted =
+        static_cast<std::size_t>(std::max(options_.files_at_once.value_or(usual), 1));
     while (workers.size() < std::min(wanted, started_.size())) {
         workers.emplace_back(*this);
     }

@@ -18,14 +18,16 @@ class BatchRun {
   public:
     using Work = std::function<void(Worker&)>;
     using IsSmall = std::function<bool(std::size_t file)>;
+    static constexpr int usual_workers = 4;
 
     // `observer` and `options` must outlive the run.
     BatchRun(Server server, std::size_t file_count, const TransferOptions& options,
              TransferObserver& observer);
 
     // Runs `first` on one worker, then `work` on all of them, each in a thread, and comes back when
-    // all have ended. Nothing runs if the server can't be reached.
-    TransferSummary run(const Work& first, const Work& work);
+    // all have ended. The options tell how many there are, else `usual`. Nothing runs if the server
+    // can't be reached.
+    TransferSummary run(const Work& first, const Work& work, int usual = usual_workers);
 
     // One file, or small ones that follow each other.
     struct Share {

@@ -13,7 +13,7 @@ class SmallDownloads : public SmallFiles {
   public:
     // Both must outlive the object.
     SmallDownloads(Worker& worker, const std::vector<DownloadJob>& jobs)
-        : SmallFiles(worker), jobs_(jobs) {}
+        : SmallFiles(worker, 1), jobs_(jobs) {}
 
     // The largest small file: a run of them fits what a connection may have under way.
     static constexpr std::int64_t small_size = 128L * 1024;

@@ -30,15 +30,15 @@ std::vector<std::size_t> SmallFiles::finish() {
 
 void SmallFiles::went_out(Run run) {
     under_way_.push_back(std::move(run));
-    conclude_until(1);
+    conclude_until(most_under_way_);
 }
 
 void SmallFiles::conclude_all() {
     conclude_until(0);
 }
 
-void SmallFiles::conclude_until(std::size_t most_under_way) {
-    while (under_way_.size() > most_under_way || (!under_way_.empty() && !connection_->is_open())) {
+void SmallFiles::conclude_until(std::size_t count) {
+    while (under_way_.size() > count || (!under_way_.empty() && !connection_->is_open())) {
         conclude(*connection_, under_way_.front());
         under_way_.pop_front();
     }

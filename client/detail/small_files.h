@@ -10,7 +10,7 @@
 
 namespace transmit::detail {
 
-// Moves small files in runs: all requests of a run with one write, and those of the next run before
+// Moves small files in runs: all requests of a run with one write, and those of further runs before
 // the answers to the former have come, so that neither side waits for the other. Whatever isn't as
 // expected is left to the careful way.
 class SmallFiles {
@@ -32,8 +32,10 @@ class SmallFiles {
     };
     using Run = std::vector<Sent>;
 
-    // It must outlive the object.
-    explicit SmallFiles(Worker& worker) : worker_(worker) {}
+    // The worker must outlive the object. So many runs may wait for their answers while another is
+    // made ready.
+    SmallFiles(Worker& worker, std::size_t most_under_way)
+        : worker_(worker), most_under_way_(most_under_way) {}
 
     // Each file goes out with a run, or has ended, or is left over.
     virtual void send(Connection& connection, const std::vector<std::size_t>& files) = 0;
@@ -50,8 +52,9 @@ class SmallFiles {
     Worker& worker_;
 
   private:
-    void conclude_until(std::size_t most_under_way);
+    void conclude_until(std::size_t count);
 
+    const std::size_t most_under_way_;
     Connection* connection_ = nullptr;
     std::deque<Run> under_way_;  // of `connection_`, which is open unless this is empty
     std::vector<std::size_t> left_;

@@ -352,7 +352,7 @@ TEST_F(ClientTransferTest, APartThatAppearsAfterTheListingSpoilsNoSmallFile) {
     transmit::UploadBatch batch;
     for (const char* name : {"a", "b"}) {
         stored_file::put(folder.path() + name, random_bytes(1000, 5), file_time);
-        batch.files.push_back({folder.path() + name, {.path = name}, {}});
+        batch.files.push_back({folder.path() + name, {.path = name}, {}, {}, 1000});
     }
     EXPECT_TRUE(transmit::upload_files(target, batch, options, watch).complete());
     EXPECT_EQ(read_file(in_storage("b")), random_bytes(1000, 5));

@@ -241,7 +241,7 @@ TEST_F(Transfer, SmallUploadsGoOutBeforeTheFirstAnswer) {
     for (const char* name : {"a", "b", "c"}) {
         const std::string path = folder_.path() + name;
         write_file(path, name);
-        batch.files.push_back({path, {1, 0, name}, {}});
+        batch.files.push_back({path, {1, 0, name}, {}, {}, 1});
     }
     options_.files_at_once = 1;
     ScriptedPeer peer({empty([&](PeerConnection& connection) {
