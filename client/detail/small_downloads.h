@@ -13,12 +13,14 @@ class SmallDownloads : public SmallFiles {
   public:
     // Both must outlive the object.
     SmallDownloads(Worker& worker, const std::vector<DownloadJob>& jobs)
-        : SmallFiles(worker, 1), jobs_(jobs) {}
+        : SmallFiles(worker, most_under_way), jobs_(jobs) {}
 
     // The largest small file: a run of them fits what a connection may have under way.
     static constexpr std::int64_t small_size = 128L * 1024;
 
   private:
+    static constexpr std::size_t most_under_way = 1;
+
     void send(Connection& connection, const std::vector<std::size_t>& files) override;
     void conclude(Connection& connection, const Run& run) override;
 
