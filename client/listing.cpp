@@ -1,5 +1,6 @@
 #include "client/listing.h"
 
+#include <libxml/parser.h>
 #include <libxml/xmlreader.h>
 
 #include <charconv>
@@ -12,6 +13,12 @@ namespace {
 
 Error bad_document(const std::string& why) {
     return {ErrorKind::bad_answer, 0, "the server's list can't be read: " + why};
+}
+
+// The library's tables, which several threads must not fill at once.
+void prepare_library() {
+    static const bool prepared = (xmlInitParser(), true);
+    static_cast<void>(prepared);
 }
 
 // A document's elements below its root, one after the other, so that memory doesn't grow with the
@@ -52,6 +59,7 @@ class Elements {
         if (document.size() > std::numeric_limits<int>::max()) {
             return nullptr;
         }
+        prepare_library();
         return xmlReaderForMemory(document.data(), static_cast<int>(document.size()), nullptr,
                                   nullptr,
                                   XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
+#include <latch>
+#include <thread>
+
 #include "client/detail/backoff.h"
 #include "client/listing.h"
 #include "src/message/status.h"
@@ -139,6 +143,21 @@ TEST(Listing, HoldsAVeryLargeFolder) {
     const auto entries = transmit::parse_listing(document + "</root>");
     ASSERT_TRUE(entries) << entries.error().text;
     EXPECT_EQ(entries->size(), 60'000U);
+}
+
+// The workers of a batch list several folders at once, and these may be the program's first. The
+// sanitizers see what goes wrong then.
+TEST(Listing, SeveralThreadsReadTheirFirstAtOnce) {
+    constexpr int thread_count = 4;
+    std::latch ready(thread_count);
+    std::deque<std::jthread> threads;
+    for (int index = 0; index < thread_count; ++index) {
+        threads.emplace_back([&ready] {
+            ready.arrive_and_wait();
+            const auto entries = transmit::parse_listing(R"(<root><folder name="f"/></root>)");
+            EXPECT_TRUE(entries && entries->size() == 1);
+        });
+    }
 }
 
 }  // namespace
