@@ -22,7 +22,7 @@ class RawSocket {
   public:
     // Throws if nobody accepts.
     explicit RawSocket(std::uint16_t port,
-                       std::chrono::milliseconds limit = std::chrono::seconds(10));
+                       std::chrono::milliseconds limit = std::chrono::minutes(1));
     ~RawSocket();
     RawSocket(const RawSocket&) = delete;
     RawSocket& operator=(const RawSocket&) = delete;

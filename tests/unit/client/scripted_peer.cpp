@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int patience_ms = 10'000;
+constexpr int patience_ms = 60'000;
 
 void await_readable(int descriptor) {
     pollfd waiting{descriptor, POLLIN, 0};

@@ -19,7 +19,7 @@ std::string bytes_of(Record record) {
 }
 
 // The server's end of one connection, which a test plays by hand. Everything throws when the client
-// has gone or is silent for ten seconds; the peer takes that for the script's end.
+// has gone or is silent for a minute; the peer takes that for the script's end.
 class PeerConnection {
   public:
     explicit PeerConnection(int descriptor) : descriptor_(descriptor) {}

@@ -22,12 +22,12 @@ using transmit::Progress;
 
 constexpr std::int64_t source_time = 1'560'000'000;
 
-transmit::RetryPolicy hasty(std::chrono::milliseconds time_limit = 5s) {
+transmit::RetryPolicy hasty(std::chrono::milliseconds time_limit = 60s) {
     return {.first_pause = 1ms, .longest_pause = 8ms, .time_limit = time_limit};
 }
 
 transmit::WaitLimits patient(std::function<bool()> cancelled = {}) {
-    return {.connect = 5s, .silence = 10s, .cancelled = std::move(cancelled)};
+    return {.connect = 60s, .silence = 60s, .cancelled = std::move(cancelled)};
 }
 
 void set_time(const std::string& path, std::int64_t time) {
