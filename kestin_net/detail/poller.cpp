@@ -42,6 +42,10 @@ bool Poller::arm(int descriptor, std::uint32_t events, EventHandler& handler) {
     return ::syscall(SYS_epoll_ctl, epoll_.number(), EPOLL_CTL_MOD, descriptor, &event) == 0;
 }
 
+void Poller::remove(int descriptor) {
+    ::epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, descriptor, nullptr);
+}
+
 void Poller::run() {
     while (true) {
         epoll_event event{};

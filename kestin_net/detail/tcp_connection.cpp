@@ -292,6 +292,7 @@ Clock::time_point TcpConnection::next_head_deadline() {
 void TcpConnection::end() {
     write();
     announce_end();
+    environment_.poller.remove(socket_.number());
     environment_.connections.remove(*this);
 }
 

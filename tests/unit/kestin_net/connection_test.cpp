@@ -367,6 +367,22 @@ TEST_F(ConnectionTest, HalfClosedPeerStillGetsItsAnswerAndTheRestOfTheStream) {
     EXPECT_TRUE(service_.closes.await(1));
 }
 
+// An end that gets lost shows only while nothing else wakes the threads that wait for events.
+TEST_F(ConnectionTest, PeersThatFinishTogetherBothSeeTheEnd) {
+    service_.recv = echo;
+    auto loop = start(10);
+    for (int round = 0; round < 5000; ++round) {
+        RawSocket one(port_);
+        RawSocket other(port_);
+        one.send("1");
+        other.send("2");
+        one.finish_sending();
+        other.finish_sending();
+        ASSERT_EQ(one.receive(1) + other.receive(1), "12");
+        ASSERT_TRUE(one.await_close() && other.await_close()) << round;
+    }
+}
+
 TEST_F(ConnectionTest, PeerThatOnlyClosesOrResetsIsClosedOnce) {
     std::vector<std::uint16_t> ports;
     attach_user_data();
