@@ -14,12 +14,17 @@ namespace {
 
 using Kestin::Base::Xml;
 
-// An element of a document and the field that it fills. `read` is false if the text is no good;
-// then the run log says `invalid` or, without one, the same as of a missing element.
+// An optional element that is missing leaves its field as a new Settings or Storage has it.
+enum Presence { required, optional };
+
+// An element of a document and the field that it fills. `read` returns false if the text is no
+// value of the field. The fault is then `invalid` or, if that is null, the same as for a missing
+// element.
 template <typename Target>
 struct Element {
     const char* name;
     bool (*read)(const std::string& text, Target& target);
+    Presence presence = required;
     const char* invalid = nullptr;
 };
 
@@ -66,8 +71,8 @@ bool read_storage_id(const std::string& text, Storage& storage) {
     return read_value(text, storage.id);
 }
 
-constexpr std::array<Element<Settings>, 9> settings_elements{{
-    {"host", read_text<&Settings::host>, "transmit server host is invalid"},
+constexpr auto settings_elements = std::to_array<Element<Settings>>({
+    {"host", read_text<&Settings::host>, required, "transmit server host is invalid"},
     {"port", read_field<&Settings::transmit_port>},
     {"command_port", read_field<&Settings::command_port>},
     {"use_user_id", read_field<&Settings::use_user_id>},
@@ -76,13 +81,13 @@ constexpr std::array<Element<Settings>, 9> settings_elements{{
     {"transmit_temp_file_suffix", read_suffix},
     {"transmit_info_update_interval", read_interval},
     {"storage_configuration", read_filename},
-}};
+});
 
-constexpr std::array<Element<Storage>, 3> storage_elements{{
-    {"id", read_storage_id, "storage id is invalid"},
-    {"name", read_text<&Storage::name>, "storage name is invalid"},
-    {"directory", read_text<&Storage::directory>, "storage directory is invalid"},
-}};
+constexpr auto storage_elements = std::to_array<Element<Storage>>({
+    {"id", read_storage_id, required, "storage id is invalid"},
+    {"name", read_text<&Storage::name>, required, "storage name is invalid"},
+    {"directory", read_text<&Storage::directory>, required, "storage directory is invalid"},
+});
 
 std::string failed(const char* step, const std::string& argument) {
     return std::string(step) + " <" + argument + "> failed";
@@ -92,7 +97,7 @@ template <typename Target>
 Fault read_element(Xml& document, const Element<Target>& element, Target& target) {
     std::string text;
     const bool found = document.get_element(element.name, text);
-    if (found && element.read(text, target)) {
+    if (found ? element.read(text, target) : element.presence == optional) {
         return {};
     }
     return found && element.invalid != nullptr ? element.invalid
