@@ -1,5 +1,6 @@
 #include "kestin_base/strings.h"
 
+#include <cstring>
 #include <utility>
 
 namespace Kestin::Base {
@@ -33,6 +34,11 @@ StringSplitter& StringSplitter::operator>>(std::string& piece) {
 
 std::string ansi_to_utf8(const std::string& text) {
     return text;
+}
+
+std::string kestin_error_text(int error) {
+    const char* text = ::strerrordesc_np(error);
+    return text != nullptr ? text : "error " + std::to_string(error);
 }
 
 }  // namespace Kestin::Base

@@ -44,4 +44,7 @@ std::uint64_t kestin_snprintf(char* buffer, std::uint64_t size,
 // the text comes back as it is.
 std::string ansi_to_utf8(const std::string& text);
 
+// What a value of errno means, in English words; "error 4711" for one that has none.
+std::string kestin_error_text(int error);
+
 }  // namespace Kestin::Base

@@ -26,17 +26,19 @@ bool TcpManager::set_service(TcpServiceBase* service) {
 bool TcpManager::init(std::uint64_t idle_seconds, std::uint64_t thread_count,
                       const std::uint16_t* ports, std::uint64_t port_count) {
     if (service_ == nullptr || loop_ != nullptr) {
+        failure_ = service_ == nullptr ? "no service is set" : "runs already";
         return false;
     }
     detail::Settings settings;
     settings.idle_limit = std::chrono::seconds(std::min(idle_seconds, longest_idle_seconds));
     settings.thread_count = thread_count;
     loop_ = std::make_unique<detail::EventLoop>(*service_, settings);
-    if (!loop_->start({ports, port_count})) {
+    const bool started = loop_->start({ports, port_count});
+    failure_ = loop_->failure();
+    if (!started) {
         exit();
-        return false;
     }
-    return true;
+    return started;
 }
 
 void TcpManager::exit() {

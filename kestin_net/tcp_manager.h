@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "kestin_net/tcp_service_base.h"
 
@@ -30,6 +31,10 @@ class TcpManager {
     bool init(std::uint64_t idle_seconds, std::uint64_t thread_count, const std::uint16_t* ports,
               std::uint64_t port_count);
 
+    // Why the last `init` returned false, in words for a person: "port 30000: Address already in
+    // use". Empty after one that returned true.
+    const std::string& failure() const { return failure_; }
+
     // Closes the listening sockets and all connections, each with its on_close, and ends the
     // threads. When it returns no callback runs and none will come. Nothing to do on an idle
     // manager.
@@ -38,6 +43,7 @@ class TcpManager {
   private:
     TcpServiceBase* service_ = nullptr;
     std::unique_ptr<detail::EventLoop> loop_;
+    std::string failure_;
 };
 
 }  // namespace Kestin::Net

@@ -1,16 +1,17 @@
 #include "kestin_net/detail/event_loop.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 
+#include "kestin_base/strings.h"
 #include "kestin_net/net_switch.h"
 
 namespace Kestin::Net::detail {
 
 // All ports listen before the first thread runs, so that no callback comes if one can't be had.
 bool EventLoop::start(std::span<const std::uint16_t> ports) {
-    return environment_.poller.open() && environment_.timer.open(environment_.poller, *this) &&
-           listen(ports) && start_listeners() && start_threads();
+    return open_events() && listen(ports) && start_listeners() && start_threads();
 }
 
 void EventLoop::stop() {
@@ -33,9 +34,15 @@ void EventLoop::handle_events(std::uint32_t) {
     timer.end_tick(environment_.poller, *this);
 }
 
+bool EventLoop::open_events() {
+    return (environment_.poller.open() && environment_.timer.open(environment_.poller, *this)) ||
+           fail("event queue", errno);
+}
+
 bool EventLoop::listen(std::span<const std::uint16_t> ports) {
     return std::all_of(ports.begin(), ports.end(), [this](std::uint16_t port) {
-        return is_listening_on(port) || listeners_.emplace_back(environment_, port).open();
+        return is_listening_on(port) || listeners_.emplace_back(environment_, port).open() ||
+               fail("port " + std::to_string(port), errno);
     });
 }
 
@@ -45,8 +52,9 @@ bool EventLoop::is_listening_on(std::uint16_t port) const {
 }
 
 bool EventLoop::start_listeners() {
-    return std::all_of(listeners_.begin(), listeners_.end(),
-                       [](Listener& listener) { return listener.start(); });
+    return std::all_of(listeners_.begin(), listeners_.end(), [this](Listener& listener) {
+        return listener.start() || fail("event queue", errno);
+    });
 }
 
 bool EventLoop::start_threads() {
@@ -57,10 +65,15 @@ bool EventLoop::start_threads() {
                 environment_.poller.run();
             });
         }
-    } catch (const std::system_error&) {
-        return false;
+    } catch (const std::system_error& error) {
+        return fail("callback threads", error.code().value());
     }
-    return !threads_.empty();
+    return !threads_.empty() || fail("callback threads", EINVAL);
+}
+
+bool EventLoop::fail(const std::string& what, int error) {
+    failure_ = what + ": " + Base::kestin_error_text(error);
+    return false;
 }
 
 }  // namespace Kestin::Net::detail

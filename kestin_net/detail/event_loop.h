@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <span>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -20,9 +21,11 @@ class EventLoop final : private EventHandler {
         : environment_(service, settings) {}
     ~EventLoop() override { stop(); }
 
-    // False, with nothing left behind but for `stop`: a port can't be had, or the system refuses
-    // descriptors or threads.
+    // Returns false, with nothing left behind but for `stop`, if it can't listen on a port or the
+    // system has no descriptors or threads left. `failure` then tells which of these, as
+    // TcpManager::failure.
     bool start(std::span<const std::uint16_t> ports);
+    const std::string& failure() const { return failure_; }
 
     // As TcpManager::exit.
     void stop();
@@ -31,14 +34,17 @@ class EventLoop final : private EventHandler {
     // The tick of the timer: looks after all that waits for a time.
     void handle_events(std::uint32_t events) override;
 
+    bool open_events();
     bool listen(std::span<const std::uint16_t> ports);
     bool is_listening_on(std::uint16_t port) const;
     bool start_listeners();
     bool start_threads();
+    bool fail(const std::string& what, int error);
 
     Environment environment_;
     std::deque<Listener> listeners_;
     std::vector<std::thread> threads_;
+    std::string failure_;
 };
 
 }  // namespace Kestin::Net::detail

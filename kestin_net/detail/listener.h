@@ -21,7 +21,7 @@ class Listener final : public EventHandler {
 
     std::uint16_t port() const { return port_; }
 
-    // False: the port can't be had.
+    // On false errno says why the port can't be had.
     bool open();
 
     // Begins to accept.

@@ -80,8 +80,10 @@ TEST_F(TcpManagerTest, PortInUseFailsAndLeavesNothingBehind) {
     second.set_service(&service_);
     const std::array<std::uint16_t, 2> ports{support::free_port(), port_};
     EXPECT_FALSE(second.init(0, 4, ports.data(), ports.size()));
+    EXPECT_EQ(second.failure(), "port " + std::to_string(port_) + ": Address already in use");
     EXPECT_THROW(RawSocket peer(ports[0]), std::system_error);
     EXPECT_TRUE(second.init(0, 4, ports.data(), 1));
+    EXPECT_EQ(second.failure(), "");
     RawSocket peer(ports[0]);
     EXPECT_TRUE(service_.accepts.await(1));
 }
