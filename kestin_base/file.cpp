@@ -1,8 +1,11 @@
 #include "kestin_base/file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/uio.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +13,7 @@
 #include <cerrno>
 #include <limits>
 
+#include "kestin_base/detail/facts.h"
 #include "kestin_base/detail/new_times.h"
 
 namespace Kestin::Base {
@@ -43,6 +47,13 @@ std::uint64_t room_behind(std::int64_t position) {
     return static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - position);
 }
 
+std::uint64_t free_room(int descriptor) {
+    struct statfs facts {};
+    return ::fstatfs(descriptor, &facts) == 0 ? static_cast<std::uint64_t>(facts.f_bavail) *
+                                                    static_cast<std::uint64_t>(facts.f_bsize)
+                                              : 0;
+}
+
 }  // namespace
 
 File::~File() {
@@ -50,13 +61,11 @@ File::~File() {
 }
 
 bool File::open(const char* path, bool write, bool /*reserved*/) {
-    struct stat facts {};
-    if (open_as(path, write ? O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW : O_RDONLY) &&
-        (::fstat(descriptor_, &facts) != 0 || !S_ISREG(facts.st_mode))) {
-        close();
-    }
-    size_at_open_ = facts.st_size;
-    return is_open();
+    return open_regular(path, write ? O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW : O_RDONLY);
+}
+
+bool File::open_existing(const char* path) {
+    return open_regular(path, O_WRONLY | O_APPEND | O_NOFOLLOW);
 }
 
 // What is made here is a regular file without bytes.
@@ -64,13 +73,49 @@ bool File::create(const char* path) {
     return open_as(path, O_WRONLY | O_APPEND | O_CREAT | O_EXCL);
 }
 
+bool File::open_regular(const char* path, int mode) {
+    if (open_as(path, mode)) {
+        const PathFacts facts = look();
+        size_at_open_ = facts.size;
+        if (!facts.is_regular) {
+            close();
+        }
+    }
+    return is_open();
+}
+
+// Retries once what a shared file system can report although it holds no longer: that a file which
+// another machine has just made exists already (without O_EXCL), or that a handle is stale.
 bool File::open_as(const char* path, int mode) {
     close();
     descriptor_ = ::open(path, mode | harmless, 0666);
+    const bool is_passing = errno == ESTALE || (errno == EEXIST && (mode & O_EXCL) == 0);
+    if (descriptor_ < 0 && is_passing) {
+        descriptor_ = ::open(path, mode | harmless, 0666);
+    }
     size_at_open_ = 0;
     position_ = 0;
     at_end_ = false;
     return is_open();
+}
+
+File::Lock File::lock() {
+    if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) {
+        return Lock::taken;
+    }
+    return errno == EWOULDBLOCK ? Lock::held : Lock::unsupported;
+}
+
+bool File::is_at(const char* path) const {
+    struct stat mine {};
+    struct stat there {};
+    return ::fstat(descriptor_, &mine) == 0 && detail::examine_link(path, there) &&
+           detail::is_same(mine, there);
+}
+
+PathFacts File::look() const {
+    struct stat facts {};
+    return ::fstat(descriptor_, &facts) == 0 ? detail::facts_of(facts) : PathFacts{};
 }
 
 bool File::is_open() const {
@@ -123,34 +168,70 @@ std::size_t File::write_pieces(std::span<const Piece> pieces) {
     return count;
 }
 
-void File::reserve(std::uint64_t length) {
+bool File::reserve(std::uint64_t length) {
     const std::int64_t size = size_of(descriptor_);
-    if (size < 0 || length > room_behind(size)) {
-        return;
+    const std::uint64_t free = free_room(descriptor_);
+    if (size < 0 || length > room_behind(size) || free < reserve_margin ||
+        free - reserve_margin < length) {
+        return false;
     }
     const auto room = static_cast<std::int64_t>(length);
-    if (::fallocate(descriptor_, FALLOC_FL_KEEP_SIZE, size, room) == 0) {
+    const bool is_reserved = ::fallocate(descriptor_, FALLOC_FL_KEEP_SIZE, size, room) == 0;
+    // A call that fails may have set aside a part.
+    if (is_reserved || errno == ENOSPC) {
         reserve_end_ = size + room;
     }
+    return is_reserved;
 }
 
-// Setting a file to the length that it has frees what was set aside behind it.
-void File::give_back_reserve() {
-    if (reserve_end_ > 0) {
-        const std::int64_t size = size_of(descriptor_);
-        if (size >= 0 && size < reserve_end_) {
-            [[maybe_unused]] const int result = ::ftruncate(descriptor_, size);
-        }
-        reserve_end_ = 0;
-    }
+void File::start_write_back(std::int64_t begin, std::int64_t end) const {
+    [[maybe_unused]] const int result =
+        ::sync_file_range(descriptor_, begin, end - begin, SYNC_FILE_RANGE_WRITE);
 }
 
-// Giving back what was set aside sets the time as a write does.
-bool File::set_time(std::int64_t time) {
-    give_back_reserve();
+bool File::sync() {
+    int result = 0;
+    do {
+        result = ::fdatasync(descriptor_);
+    } while (result != 0 && errno == EINTR);
+    return result == 0 && give_back_reserve();
+}
+
+// Setting a file to the length that it has frees what was set aside behind it. Called when the
+// bytes are on the disk: the call makes ext4 commit the length, and of bytes that it hasn't written
+// by then zeros would remain after a power cut.
+bool File::give_back_reserve() {
+    const std::int64_t size = reserve_end_ > 0 ? size_of(descriptor_) : 0;
+    const bool has_rest = size >= 0 && size < reserve_end_;
+    reserve_end_ = 0;
+    return !has_rest || ::ftruncate(descriptor_, size) == 0;
+}
+
+bool File::truncate(std::int64_t size) const {
+    return ::ftruncate(descriptor_, size) == 0;
+}
+
+bool File::set_time(std::int64_t time) const {
     struct stat facts {};
     return ::futimens(descriptor_, detail::new_times(time).data()) == 0 &&
            ::fstat(descriptor_, &facts) == 0 && facts.st_mtim.tv_sec == time;
+}
+
+bool File::set_attribute(const char* name, const std::string& value) const {
+    return ::fsetxattr(descriptor_, name, value.data(), value.size(), 0) == 0;
+}
+
+bool File::get_attribute(const char* name, std::string& value) const {
+    std::array<char, longest_attribute> bytes{};
+    const ssize_t length = ::fgetxattr(descriptor_, name, bytes.data(), bytes.size());
+    if (length >= 0) {
+        value.assign(bytes.data(), static_cast<std::size_t>(length));
+    }
+    return length >= 0;
+}
+
+bool File::remove_attribute(const char* name) const {
+    return ::fremovexattr(descriptor_, name) == 0;
 }
 
 bool File::seek(std::int64_t position) {
@@ -166,12 +247,14 @@ bool File::close() {
     if (!is_open()) {
         return true;
     }
-    give_back_reserve();
+    const bool has_reserve = reserve_end_ > 0 && size_of(descriptor_) < reserve_end_;
+    const bool is_stored = !has_reserve || sync();
+    reserve_end_ = 0;
     // After EINTR the descriptor is gone all the same (close(2)), so it is never closed twice.
-    const bool closed = ::close(descriptor_) == 0 || errno == EINTR;
+    const bool is_closed = ::close(descriptor_) == 0 || errno == EINTR;
     descriptor_ = -1;
     at_end_ = false;
-    return closed;
+    return is_stored && is_closed;
 }
 
 }  // namespace Kestin::Base

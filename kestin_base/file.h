@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
+#include "kestin_base/file_system.h"
 #include "kestin_base/uncopy.h"
 
 namespace Kestin::Base {
@@ -24,6 +26,22 @@ class File : private Uncopy {
     // Makes the file and opens it for writing. False: something stands at the path already, be it a
     // link, or no file can be made there. Closes what was open first.
     bool create(const char* path);
+
+    // Opens an existing file for writing behind its bytes; a link is refused. Closes what was open
+    // first.
+    bool open_existing(const char* path);
+
+    // Takes the exclusive lock of the file (flock(2)) without waiting. The lock belongs to this
+    // open file, also against others of the same process, and ends with `close`. `unsupported`: the
+    // file system has no locks, or they failed.
+    enum class Lock { taken, held, unsupported };
+    Lock lock();
+
+    // Whether this very file stands at `path`; a link there counts as another file.
+    bool is_at(const char* path) const;
+
+    // What `kestin_look_at` tells of a path, of the open file.
+    PathFacts look() const;
 
     bool is_open() const;
 
@@ -49,23 +67,45 @@ class File : private Uncopy {
     std::size_t write_pieces(std::span<const Piece> pieces);
 
     // Asks the file system to set aside room for `length` bytes behind those in the file, which
-    // makes writing them cheaper; the file's length stays. A help that may come to nothing, and
-    // nothing else depends on it. What isn't used goes back with `close`.
-    void reserve(std::uint64_t length);
+    // makes writing them cheaper; the file's length stays. False: nothing was set aside, because
+    // that would leave less than `reserve_margin` to others, or because it failed. The rest goes
+    // back with `sync` or `close`.
+    static constexpr std::uint64_t reserve_margin = std::uint64_t{1} << 30;
+    bool reserve(std::uint64_t length);
+
+    // Starts writing a range of the file to the disk, and doesn't wait for it (sync_file_range(2)).
+    void start_write_back(std::int64_t begin, std::int64_t end) const;
+
+    // Returns true once the file's bytes and its length are on the disk (fdatasync(2)). After a
+    // false nothing is known of them, and a later true doesn't change that.
+    bool sync();
+
+    // Cuts the file to `size` bytes.
+    bool truncate(std::int64_t size) const;
 
     // As file_set_time; later writes set it anew.
-    bool set_time(std::int64_t time);
+    bool set_time(std::int64_t time) const;
+
+    // A named value of at most `longest_attribute` bytes that stays with the file (xattr(7)). Names
+    // begin with "user.". False where the file system has none; `get_attribute` also if it is
+    // missing or longer.
+    static constexpr std::size_t longest_attribute = 64;
+    bool set_attribute(const char* name, const std::string& value) const;
+    bool get_attribute(const char* name, std::string& value) const;
+    bool remove_attribute(const char* name) const;
 
     // Sets the read position, counted from the start; beyond the end is allowed, below 0 is not.
     // The end of the file has to be met again afterwards.
     bool seek(std::int64_t position);
 
-    // False if the system reports a failed write only now. Nothing to close is no failure.
+    // False if the system reports a failed write only now. Nothing to close is no failure. Syncs a
+    // file first that has a reserve to give back.
     bool close();
 
   private:
     bool open_as(const char* path, int mode);
-    void give_back_reserve();
+    bool open_regular(const char* path, int mode);
+    bool give_back_reserve();
 
     int descriptor_ = -1;
     std::int64_t size_at_open_ = 0;

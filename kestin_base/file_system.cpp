@@ -1,12 +1,16 @@
 #include "kestin_base/file_system.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
+#include "kestin_base/detail/descriptor.h"
+#include "kestin_base/detail/facts.h"
 #include "kestin_base/detail/file_mode.h"
 #include "kestin_base/detail/new_times.h"
 #include "kestin_base/path.h"
@@ -14,17 +18,12 @@
 namespace Kestin::Base {
 namespace {
 
-bool examine(const char* path, struct stat& facts) {
-    return ::stat(path, &facts) == 0;
-}
-
-bool examine_link(const char* path, struct stat& facts) {
-    return ::lstat(path, &facts) == 0;
-}
+using detail::examine;
+using detail::examine_link;
 
 // Whether something may stand at a path that has just failed to be examined.
 bool may_exist() {
-    return errno == EIO || errno == ENOMEM;
+    return errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG;
 }
 
 // Puts the directory `from` in the place of the file at `to`: the two change places in one step,
@@ -63,7 +62,7 @@ bool kestin_same_file(const char* one, const char* other) {
     struct stat first {};
     struct stat second {};
     return examine_link(one, first) && examine_link(other, second) &&
-           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+           detail::is_same(first, second);
 }
 
 bool kestin_chmod_safe(const char* path) {
@@ -95,6 +94,21 @@ void kestin_create_directory_recursive(const std::string& path) {
     }
 }
 
+bool kestin_sync_directory(const char* path) {
+    const detail::Descriptor folder(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder && ::fsync(folder.number()) == 0;
+}
+
+bool kestin_can_lock(const std::string& directory) {
+    std::string pattern = directory + "/.lock_probe_XXXXXX";
+    const detail::Descriptor file(::mkostemp(pattern.data(), O_CLOEXEC));
+    if (!file) {
+        return true;
+    }
+    ::unlink(pattern.c_str());
+    return ::flock(file.number(), LOCK_EX | LOCK_NB) == 0;
+}
+
 bool file_get_size(const char* path, std::int64_t& size) {
     struct stat facts {};
     if (!examine(path, facts)) {
@@ -109,23 +123,20 @@ bool file_get_time(const char* path, std::int64_t& time) {
     if (!examine(path, facts)) {
         return false;
     }
-    time =
-        facts.st_mtim.tv_sec;  // rounded down already: the nanoseconds beside it are never negative
+    time = detail::facts_of(facts).time;
     return true;
 }
 
 PathFacts kestin_look_at(const char* path) {
-    PathFacts told;
     struct stat facts {};
-    const bool is_seen = examine_link(path, facts);
-    told.exists = is_seen || may_exist();
-    told.is_examined = is_seen && (!S_ISLNK(facts.st_mode) || examine(path, facts));
-    if (told.is_examined) {
-        told.is_directory = S_ISDIR(facts.st_mode);
-        told.size = facts.st_size;
-        told.time = facts.st_mtim.tv_sec;
+    if (!examine_link(path, facts)) {
+        const bool is_unknown = may_exist();
+        return {.exists = is_unknown, .is_unknown = is_unknown};
     }
-    return told;
+    if (S_ISLNK(facts.st_mode) && !examine(path, facts)) {
+        return {.exists = true};
+    }
+    return detail::facts_of(facts);
 }
 
 bool file_set_time(const char* path, std::int64_t time) {

@@ -8,8 +8,9 @@ namespace Kestin::Base {
 // All of these take paths as bytes, may be called on unrelated paths at once, report by their
 // result alone and never throw.
 
-// Whether something stands at `path`: a file, a directory, or a link, dangling or not. True also
-// where a fault of the system leaves that open, so that nobody counts on a free name.
+// Whether something stands at `path`: a file, a directory, or a link, dangling or not. True also if
+// the path can't be examined for any reason but that nothing can stand there (ENOENT, ENOTDIR,
+// ENAMETOOLONG), so that nobody counts on a free name.
 bool kestin_access_safe(const char* path);
 
 // Whether `path` could be examined; what it is, links followed, goes to `is_directory`, which
@@ -34,6 +35,12 @@ bool kestin_rename_safe(const char* from, const char* to);
 // Creates the directory with all its parents; one that exists is no fault.
 void kestin_create_directory_recursive(const std::string& path);
 
+// Returns true once the entries of the directory are on the disk (fsync(2)).
+bool kestin_sync_directory(const char* path);
+
+// Whether files below the directory can be locked (File::lock). True also if that can't be tried.
+bool kestin_can_lock(const std::string& directory);
+
 // Removes the directory with all its contents, however deep. Links are removed, never followed,
 // also when `path` is one itself. What can't be removed stays; the rest goes.
 void kestin_remove_directory_recursive(const std::string& path);
@@ -43,16 +50,19 @@ void kestin_remove_directory_recursive(const std::string& path);
 bool file_get_size(const char* path, std::int64_t& size);
 bool file_get_time(const char* path, std::int64_t& time);
 
-// What stands at a path, told at once: `exists` as kestin_access_safe, the others as the functions
-// above, each 0 or false where it can't be told (`is_examined` is false then). Costs one system
-// call unless a link stands there.
+// What stands at a path. `exists` is what kestin_access_safe returns. The rest is told of the file
+// that a link leads to; it is 0 or false if `is_examined` is false. `is_unknown`: the path itself
+// couldn't be examined, so nobody may act on what stands there.
 struct PathFacts {
     bool exists = false;
     bool is_examined = false;
     bool is_directory = false;
+    bool is_regular = false;
+    bool is_unknown = false;
     std::int64_t size = 0;
     std::int64_t time = 0;
 };
+// One system call, two if a link stands there.
 PathFacts kestin_look_at(const char* path);
 
 // Sets the time of last modification, of a link itself if `path` is one. False also if the file

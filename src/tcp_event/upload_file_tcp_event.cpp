@@ -81,6 +81,8 @@ bool UploadFileTcpEvent::close() {
     if (!file_.is_open()) {
         return is_intact_;
     }
+    // The stamp vouches for bytes on the disk.
+    is_intact_ = is_intact_ && (written_size_ == announcement_.file_size || file_.sync());
     is_stamped_ = is_intact_ && file_.set_time(announcement_.file_time);
     if (!file_.close() && is_intact_) {
         is_intact_ = is_stamped_ = false;

@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <thread>
@@ -179,19 +181,101 @@ TEST_F(FileTest, RoomThatWasSetAsideShowsInNoLengthAndGoesBack) {
         return now;
     };
     File file;
-    file.reserve(1 << 20);
+    EXPECT_FALSE(file.reserve(1 << 20)) << "closed";
     ASSERT_TRUE(file.open(path.c_str(), true, false));
     ASSERT_TRUE(file.write("some", 4));
-    file.reserve(1 << 20);
+    const bool is_reserved = file.reserve(1 << 20);
     EXPECT_EQ(facts().st_size, 4);
+    EXPECT_EQ(facts().st_blocks * 512 >= 1 << 20, is_reserved);
     ASSERT_TRUE(file.write(" more", 5));
+    EXPECT_TRUE(file.sync());
+    constexpr int few_blocks = (64 << 10) / 512;
+    EXPECT_LE(facts().st_blocks, few_blocks);
     EXPECT_TRUE(file.set_time(-5));
     EXPECT_TRUE(file.close());
     EXPECT_EQ(time_of(path), -5) << "the room was given back before";
     EXPECT_FALSE(file.set_time(-6)) << "closed";
     EXPECT_EQ(bytes_of(path), "some more");
-    constexpr int few_blocks = (64 << 10) / 512;
+    ASSERT_TRUE(file.open(path.c_str(), true, false));
+    file.reserve(1 << 20);
+    EXPECT_TRUE(file.close());
     EXPECT_LE(facts().st_blocks, few_blocks);
+}
+
+TEST_F(FileTest, NoRoomIsSetAsideThatOthersNeed) {
+    File file;
+    ASSERT_TRUE(file.open((root / "f").c_str(), true, false));
+    const std::uint64_t free = fs::space(root.path()).available;
+    EXPECT_FALSE(file.reserve(free));
+    EXPECT_FALSE(file.reserve(free - std::min(free, File::reserve_margin / 2)));
+    EXPECT_TRUE(file.close());
+    struct stat facts {};
+    ASSERT_EQ(::stat((root / "f").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_blocks, 0);
+}
+
+TEST_F(FileTest, ALockHoldsAgainstOtherOpenFilesUntilItsOwnIsClosed) {
+    const std::string path = root.with_file("f", "x");
+    File first;
+    File second;
+    EXPECT_EQ(first.lock(), File::Lock::unsupported) << "closed";
+    ASSERT_TRUE(first.open_existing(path.c_str()));
+    ASSERT_TRUE(second.open(path.c_str(), false, false));
+    EXPECT_EQ(first.lock(), File::Lock::taken);
+    EXPECT_EQ(second.lock(), File::Lock::held);
+    fs::rename(path, root / "g");
+    EXPECT_EQ(second.lock(), File::Lock::held) << "the lock is the file's, not the name's";
+    ASSERT_TRUE(second.open_existing((root / "g").c_str()));
+    EXPECT_TRUE(first.close());
+    EXPECT_EQ(second.lock(), File::Lock::taken);
+    EXPECT_TRUE(kestin_can_lock(root.path()));
+    EXPECT_TRUE(kestin_can_lock(root / "none"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(root.path()), {}), 1);
+}
+
+TEST_F(FileTest, AnOpenFileKnowsWhereItStands) {
+    const std::string path = root.with_file("f", "12345");
+    ASSERT_TRUE(file_set_time(path.c_str(), 7));
+    fs::create_symlink(path, root / "link");
+    File file;
+    EXPECT_FALSE(file.open_existing((root / "none").c_str()));
+    EXPECT_FALSE(file.open_existing((root / "link").c_str()));
+    EXPECT_FALSE(file.is_at(path.c_str()));
+    ASSERT_TRUE(file.open_existing(path.c_str()));
+    EXPECT_TRUE(file.is_at(path.c_str()));
+    EXPECT_FALSE(file.is_at((root / "link").c_str()));
+    EXPECT_EQ(file.look().size, 5);
+    EXPECT_EQ(file.look().time, 7);
+    fs::rename(path, root / "g");
+    root.with_file("f", "12345");
+    EXPECT_FALSE(file.is_at(path.c_str()));
+    EXPECT_TRUE(file.is_at((root / "g").c_str()));
+    EXPECT_TRUE(file.truncate(2));
+    EXPECT_TRUE(file.write("+", 1));
+    EXPECT_EQ(bytes_of(root / "g"), "12+");
+    EXPECT_TRUE(kestin_sync_directory(root.path().c_str()));
+    EXPECT_FALSE(kestin_sync_directory(path.c_str()));
+}
+
+TEST_F(FileTest, AttributesStayWithTheFile) {
+    constexpr const char* name = "user.kestin.test";
+    File file;
+    std::string value = "as it was";
+    EXPECT_FALSE(file.set_attribute(name, "x"));
+    ASSERT_TRUE(file.create((root / "f").c_str()));
+    if (!file.set_attribute(name, "first")) {
+        GTEST_SKIP() << "this file system has no attributes";
+    }
+    EXPECT_TRUE(file.set_attribute(name, "second"));
+    fs::rename(root / "f", root / "g");
+    ASSERT_TRUE(file.open_existing((root / "g").c_str()));
+    EXPECT_TRUE(file.get_attribute(name, value));
+    EXPECT_EQ(value, "second");
+    EXPECT_TRUE(file.set_attribute(name, std::string(File::longest_attribute + 1, 'x')));
+    EXPECT_FALSE(file.get_attribute(name, value));
+    EXPECT_TRUE(file.remove_attribute(name));
+    EXPECT_FALSE(file.get_attribute(name, value));
+    EXPECT_EQ(value, "second");
 }
 
 TEST_F(FileSystemTest, WhatStandsAtAPath) {
@@ -203,6 +287,14 @@ TEST_F(FileSystemTest, WhatStandsAtAPath) {
     EXPECT_TRUE(kestin_access_safe((root / "dangling").c_str()));
     EXPECT_FALSE(kestin_access_safe((root / "none").c_str()));
     EXPECT_FALSE(kestin_access_safe((root / "f/x").c_str()));
+    EXPECT_FALSE(kestin_access_safe((root / std::string(300, 'n')).c_str()));
+    fs::create_symlink(root / "circle", root / "circle");
+    EXPECT_TRUE(kestin_access_safe((root / "circle/x").c_str())) << "it can't be told";
+    EXPECT_TRUE(kestin_look_at((root / "circle/x").c_str()).is_unknown);
+    EXPECT_FALSE(kestin_look_at((root / "dangling").c_str()).is_unknown);
+    ASSERT_EQ(::mkfifo((root / "pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(kestin_look_at((root / "pipe").c_str()).is_regular);
+    EXPECT_TRUE(kestin_look_at(file.c_str()).is_regular);
 
     bool is_directory = true;
     EXPECT_FALSE(kestin_path_is_directory((root / "dangling").c_str(), is_directory));
