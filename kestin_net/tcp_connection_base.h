@@ -56,6 +56,13 @@ class TcpConnectionBase {
     virtual bool send_buffer_fill_file(std::string_view head, int descriptor,
                                        std::uint64_t size) = 0;
 
+    // Called inside on_recv, on_send or on_close: asks for the same callback again after about 20
+    // ms (retry_interval), although nothing new happens. The callback then returns true. Until the
+    // retry the connection occupies no thread and gets no other callback; nothing that happens
+    // meanwhile is lost. After a postponed on_close the connection stays as it is, until an
+    // on_close that doesn't postpone.
+    virtual void postpone() = 0;
+
     // One pointer of the service's, null when the connection is accepted.
     void set_user_data(void* user_data) { user_data_ = user_data; }
     void* get_user_data() const { return user_data_; }

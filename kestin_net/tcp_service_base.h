@@ -34,7 +34,7 @@ class TcpServiceBase {
     virtual bool on_send(TcpConnectionBase* connection) = 0;
 
     // The connection has ended, for whatever reason. The last callback, once for each connection
-    // that on_accept took. The result counts for nothing.
+    // that on_accept took; repeated while it calls `postpone`. The result counts for nothing.
     virtual bool on_close(TcpConnectionBase* connection) = 0;
 };
 

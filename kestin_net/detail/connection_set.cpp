@@ -1,6 +1,7 @@
 #include "kestin_net/detail/connection_set.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "kestin_net/detail/tcp_connection.h"
@@ -34,14 +35,17 @@ Clock::time_point ConnectionSet::break_overdue(Clock::time_point now) {
     return earliest;
 }
 
-void ConnectionSet::close_all() {
+void ConnectionSet::close_all(Clock::time_point give_up) {
     decltype(connections_) closing;
     {
         const MutexGuard guard(mutex_);
         closing.swap(connections_);
     }
-    for (const auto& [address, connection] : closing) {
-        connection->announce_end();
+    const auto is_closed = [](const auto& entry) {
+        return entry.second->announce_end();
+    };
+    while (std::erase_if(closing, is_closed), !closing.empty() && Clock::now() < give_up) {
+        std::this_thread::sleep_for(retry_interval);
     }
 }
 

@@ -27,8 +27,9 @@ class ConnectionSet {
     // Clock::time_point::max().
     Clock::time_point break_overdue(Clock::time_point now);
 
-    // Ends every connection with its last callback. When no other thread has one any more.
-    void close_all();
+    // Ends every connection with its last callback, when no other thread has one any more. A
+    // callback that the service postpones is repeated until `give_up`.
+    void close_all(Clock::time_point give_up);
 
   private:
     Mutex mutex_;

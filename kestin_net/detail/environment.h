@@ -6,6 +6,7 @@
 #include "kestin_net/detail/connection_set.h"
 #include "kestin_net/detail/event_handler.h"
 #include "kestin_net/detail/poller.h"
+#include "kestin_net/detail/retry_queue.h"
 #include "kestin_net/detail/settings.h"
 #include "kestin_net/detail/wake_timer.h"
 #include "kestin_net/tcp_service_base.h"
@@ -21,6 +22,7 @@ struct Environment {
     const Settings settings;
     Poller poller;
     WakeTimer timer;
+    RetryQueue retries;
     BufferMemory memory;
     ConnectionSet connections;
 

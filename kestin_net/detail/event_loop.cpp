@@ -15,13 +15,14 @@ bool EventLoop::start(std::span<const std::uint16_t> ports) {
 }
 
 void EventLoop::stop() {
+    const Clock::time_point give_up = Clock::now() + stop_limit;
     environment_.poller.stop();
     for (std::thread& thread : threads_) {
         thread.join();
     }
     threads_.clear();
     listeners_.clear();
-    environment_.connections.close_all();
+    environment_.connections.close_all(give_up);
 }
 
 void EventLoop::handle_events(std::uint32_t) {
@@ -35,7 +36,8 @@ void EventLoop::handle_events(std::uint32_t) {
 }
 
 bool EventLoop::open_events() {
-    return (environment_.poller.open() && environment_.timer.open(environment_.poller, *this)) ||
+    return (environment_.poller.open() && environment_.timer.open(environment_.poller, *this) &&
+            environment_.retries.open(environment_.poller)) ||
            fail("event queue", errno);
 }
 

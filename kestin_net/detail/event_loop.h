@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <span>
@@ -12,6 +13,9 @@
 #include "kestin_net/detail/listener.h"
 
 namespace Kestin::Net::detail {
+
+// How long a stop waits for callbacks that take their time.
+inline constexpr auto stop_limit = std::chrono::seconds(10);
 
 // The running substrate: threads that wait on one poller, and what they serve. Each connection and
 // listener is with one thread at a time, whichever comes first. Started once and stopped once.

@@ -54,7 +54,15 @@ bool TcpConnection::start() {
 
 void TcpConnection::handle_events(std::uint32_t events) {
     const Clock::rep deadline = deadline_.exchange(no_deadline, std::memory_order_acquire);
-    if (deadline == broken || !take_turns(events) || !arm()) {
+    if (std::exchange(postponed_, false)) {
+        // Bytes that wait to be offered again are enough: more are read when these were taken.
+        events = EPOLLOUT | (offer_due_ ? 0U : std::uint32_t{EPOLLIN});
+    }
+    if (ended_ || deadline == broken || !take_turns(events)) {
+        end();
+    } else if (postponed_) {
+        wait_for_retry();
+    } else if (!arm()) {
         end();
     }
 }
@@ -72,10 +80,12 @@ Clock::time_point TcpConnection::break_if_overdue(Clock::time_point now) {
     return Clock::time_point::max();
 }
 
-void TcpConnection::announce_end() {
+bool TcpConnection::announce_end() {
+    postponed_ = false;
     if (accepted_) {
         environment_.service.on_close(this);
     }
+    return !postponed_;
 }
 
 bool TcpConnection::take_turns(std::uint32_t events) {
@@ -90,7 +100,7 @@ bool TcpConnection::take_turns(std::uint32_t events) {
         if (!take_turn()) {
             return false;
         }
-    } while (moved_ > 0 && stays-- > 0 && is_alone() && await());
+    } while (moved_ > 0 && stays-- > 0 && !postponed_ && is_alone() && await());
     return true;
 }
 
@@ -102,7 +112,7 @@ bool TcpConnection::take_turn() {
         }
     } while (can_go_on());
     receive_buffer_.settle();
-    return !is_finished();
+    return postponed_ || !is_finished();
 }
 
 bool TcpConnection::read() {
@@ -144,6 +154,9 @@ bool TcpConnection::offer_once() {
     if (!environment_.service.on_recv(this)) {
         return false;
     }
+    if (postponed_) {
+        return true;
+    }
     const bool took = receive_buffer_.removed() != position;
     offer_due_ = !receive_buffer_.is_empty() && (took || is_held_back());
     return took || is_held_back() || !is_stuck();
@@ -154,6 +167,9 @@ bool TcpConnection::ask() {
         const std::uint64_t appended = send_chain_.appended();
         if (!environment_.service.on_send(this)) {
             return false;
+        }
+        if (postponed_) {
+            return true;
         }
         empty_sends_ = send_chain_.appended() != appended ? 0 : empty_sends_ + 1;
     }
@@ -209,8 +225,8 @@ bool TcpConnection::has_taken(ssize_t size, std::uint64_t given) {
 
 // While the memory of all is short, nothing more is asked for on top of what a peer hasn't read.
 bool TcpConnection::can_ask() const {
-    return writable_ && empty_sends_ < most_empty_sends && send_chain_.size() < send_mark &&
-           send_chain_.file() == nullptr &&
+    return writable_ && !postponed_ && empty_sends_ < most_empty_sends &&
+           send_chain_.size() < send_mark && send_chain_.file() == nullptr &&
            (send_chain_.is_empty() || !environment_.memory.budget.is_strained());
 }
 
@@ -264,6 +280,11 @@ bool TcpConnection::arm() {
     return poller.arm(socket, events, *this);
 }
 
+// After this the connection is another thread's.
+void TcpConnection::wait_for_retry() {
+    environment_.retries.add(*this);
+}
+
 std::uint32_t TcpConnection::awaited_events() const {
     const bool reads = !peer_finished_ && !is_held_back();
     const bool writes = !send_chain_.is_empty() || can_ask() || can_offer();
@@ -291,7 +312,10 @@ Clock::time_point TcpConnection::next_head_deadline() {
 // What the service said before it refused the peer still goes out, as far as the socket takes it.
 void TcpConnection::end() {
     write();
-    announce_end();
+    ended_ = true;
+    if (!announce_end()) {
+        return wait_for_retry();
+    }
     environment_.poller.remove(socket_.number());
     environment_.connections.remove(*this);
 }

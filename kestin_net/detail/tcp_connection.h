@@ -11,6 +11,7 @@
 #include "kestin_net/detail/environment.h"
 #include "kestin_net/detail/event_handler.h"
 #include "kestin_net/detail/receive_buffer.h"
+#include "kestin_net/detail/retry_queue.h"
 #include "kestin_net/detail/send_chain.h"
 #include "kestin_net/tcp_connection_base.h"
 
@@ -37,7 +38,10 @@ inline constexpr std::uint64_t head_size_limit = 64 * kibibyte;
 //
 // A connection is held back while its peer leaves more than the mark unread: nothing is read and
 // nothing offered, until enough has gone out.
-class TcpConnection final : public TcpConnectionBase, public EventHandler {
+//
+// A callback that the service postpones ends the turn: what is to be sent goes out, then the
+// connection waits in the retry queue instead of the poller.
+class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
   public:
     TcpConnection(Environment& environment, Descriptor socket, const sockaddr_in& peer,
                   std::uint16_t listening_port);
@@ -52,8 +56,8 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     // deadline that still stands, or Clock::time_point::max().
     Clock::time_point break_if_overdue(Clock::time_point now);
 
-    // Calls on_close, if on_accept took the connection.
-    void announce_end();
+    // Calls on_close, if on_accept took the connection. False: the service postponed it.
+    bool announce_end();
 
     bool get_peer_address(std::string& address, std::uint16_t& port) override;
     std::uint64_t recv_buffer_size() override;
@@ -66,6 +70,7 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     void send_buffer_commit(std::uint64_t length) override;
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override;
     bool send_buffer_fill_file(std::string_view head, int descriptor, std::uint64_t size) override;
+    void postpone() override { postponed_ = true; }
 
   private:
     // The turns, the single one and its steps; false ends the connection.
@@ -81,8 +86,8 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool has_taken(ssize_t size, std::uint64_t given);
 
     bool is_held_back() const { return send_chain_.is_above_mark(); }
-    bool can_read() const { return readable_ && !is_held_back(); }
-    bool can_offer() const { return offer_due_ && !is_held_back(); }
+    bool can_read() const { return readable_ && !is_held_back() && !postponed_; }
+    bool can_offer() const { return offer_due_ && !is_held_back() && !postponed_; }
     bool can_write() const { return writable_ && !send_chain_.is_empty(); }
     bool can_ask() const;
     bool can_go_on() const;
@@ -92,6 +97,7 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool is_alone() const;
     bool await();
     bool arm();
+    void wait_for_retry();
     std::uint32_t awaited_events() const;
     Clock::time_point next_deadline();
     Clock::time_point next_head_deadline();
@@ -110,6 +116,8 @@ class TcpConnection final : public TcpConnectionBase, public EventHandler {
     bool writable_ = false;
     bool awaits_ = false;
     bool offer_due_ = false;
+    bool postponed_ = false;
+    bool ended_ = false;
     unsigned empty_sends_ = 0;
     std::uint64_t moved_ = 0;
 

@@ -34,6 +34,8 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
     bool fail_fill = false;
     // While set, the next operation finds no memory; the one after that does.
     bool is_out_of_memory = false;
+    // Whether the service has asked for its callback again.
+    bool is_postponed = false;
     // The bytes that the send buffer holds before the rest of what came is held back.
     std::uint64_t send_mark = UINT64_MAX;
 
@@ -83,6 +85,7 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
                send_buffer_fill_len(head.data(), head.size()) &&
                send_buffer_fill_len(content.data(), size);
     }
+    void postpone() override { is_postponed = true; }
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override {
         const bool fails = fail_move || length > received_.size();
         return fails ? nullptr : reinterpret_cast<const std::uint8_t*>(received_.data());
