@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -62,6 +63,22 @@ class TcpConnectionBase {
     // meanwhile is lost. After a postponed on_close the connection stays as it is, until an
     // on_close that doesn't postpone.
     virtual void postpone() = 0;
+
+    // Takes the head and, behind it, a reference to the body, which isn't copied: however many
+    // connections send one body, it takes its memory once. False, with none taken, as above.
+    // Nothing more is taken before all of it has gone out.
+    virtual bool send_buffer_fill_shared(std::string_view head,
+                                         std::shared_ptr<const std::string> body) = 0;
+
+    // True once the unsent bytes have reached the mark (512 KiB), or as soon as memory is short: a
+    // stream pauses here, and on_send continues it when the peer has read.
+    virtual bool send_buffer_is_full() const = 0;
+
+    // Closes the connection unless the service calls this again within `seconds`, and as soon as
+    // on_recv leaves more than `bytes` in the receive buffer without taking any. Bytes that come
+    // don't extend the time. It doesn't run while the peer has something to read, and starts anew
+    // after that. (0, 0) expects nothing any more.
+    virtual void expect_within(std::uint64_t bytes, std::uint64_t seconds) = 0;
 
     // One pointer of the service's, null when the connection is accepted.
     void set_user_data(void* user_data) { user_data_ = user_data; }

@@ -6,6 +6,12 @@
 #include <utility>
 
 namespace Kestin::Net::detail {
+namespace {
+
+// Given to one system call at most: a turn's worth.
+constexpr std::uint64_t largest_shared_piece = mebibyte;
+
+}  // namespace
 
 SendChain::~SendChain() {
     remove_behind(nullptr);
@@ -56,23 +62,61 @@ bool SendChain::append_file(std::span<const std::byte> head, Descriptor file, st
     return true;
 }
 
+// A small body is cheaper to copy than to share.
+bool SendChain::append_shared(std::span<const std::byte> head,
+                              std::shared_ptr<const std::string> body) {
+    constexpr std::size_t largest_copy = 64 * kibibyte;
+    if (!fits(head.size() + body->size())) {
+        return false;
+    }
+    if (body->size() <= largest_copy) {
+        const std::string whole =
+            std::string(reinterpret_cast<const char*>(head.data()), head.size()) + *body;
+        return append(whole.data(), whole.size());
+    }
+    body = memory_.shared_bodies.hold(body);
+    if (body == nullptr || !append(head.data(), head.size())) {
+        return false;
+    }
+    size_ += body->size();
+    appended_ += body->size();
+    shared_ = {.body = std::move(body)};
+    return true;
+}
+
 std::span<iovec> SendChain::front(std::span<iovec> slots) const {
     std::size_t used = 0;
-    for (Block* block = first_; block != nullptr && used < slots.size(); block = block->next) {
+    Block* block = first_;
+    for (; block != nullptr && used < slots.size(); block = block->next) {
         slots[used++] = {block->data + block->begin, block->end - block->begin};
+    }
+    if (block == nullptr && used < slots.size() && shared_.length() > 0) {
+        // sendmsg(2) only reads it.
+        char* const rest = const_cast<char*>(shared_.body->data()) + shared_.position;
+        slots[used++] = {rest, std::min(shared_.length(), largest_shared_piece)};
     }
     return slots.first(used);
 }
 
 void SendChain::drop_front(std::uint64_t length) {
     size_ -= length;
-    while (length > 0) {
+    while (length > 0 && first_ != nullptr) {
         const std::uint64_t part = std::min<std::uint64_t>(length, first_->end - first_->begin);
         first_->begin += part;
         length -= part;
         if (first_->begin == first_->end) {
             remove_first();
         }
+    }
+    if (length > 0) {
+        drop_of_shared(length);
+    }
+}
+
+void SendChain::drop_of_shared(std::uint64_t length) {
+    shared_.position += length;
+    if (shared_.length() == 0) {
+        shared_ = {};
     }
 }
 
@@ -86,7 +130,7 @@ void SendChain::drop_of_file(std::uint64_t length) {
 }
 
 bool SendChain::fits(std::uint64_t length) const {
-    if (file() != nullptr) {
+    if (ends_with_range()) {
         return false;
     }
     return (length <= send_limit && size_ <= send_limit - length) ||

@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
+#include <string>
 
 #include "kestin_net/detail/buffer_memory.h"
 #include "kestin_net/detail/descriptor.h"
@@ -35,9 +37,17 @@ struct FileRange {
     std::uint64_t length = 0;
 };
 
-// The bytes that wait for the socket, in a chain of blocks, and behind them at most one range of a
-// file, which takes no memory. One owner at a time. A connection's first block is its floor; all
-// others are taken from the memory budget.
+// What is left to send of a body that several chains share.
+struct SharedRange {
+    std::shared_ptr<const std::string> body;
+    std::uint64_t position = 0;
+
+    std::uint64_t length() const { return body != nullptr ? body->size() - position : 0; }
+};
+
+// The bytes that wait for the socket: a chain of blocks, and behind them at most one range of a
+// file, which takes no memory, or one shared body. One owner at a time. A connection's first block
+// is its floor; all others are taken from the memory budget.
 class SendChain {
   public:
     explicit SendChain(BufferMemory& memory) : memory_(memory) {}
@@ -48,13 +58,15 @@ class SendChain {
     std::uint64_t size() const { return size_; }
     bool is_empty() const { return size_ == 0; }
     // Whether the peer must read before it is served further.
-    bool is_above_mark() const { return size_ > send_mark || file() != nullptr; }
+    bool is_above_mark() const { return size_ > send_mark || ends_with_range(); }
+    // Whether what waits ends with a file or a shared body: nothing can be appended then.
+    bool ends_with_range() const { return file() != nullptr || shared_.length() > 0; }
 
     // All bytes ever taken.
     std::uint64_t appended() const { return appended_; }
 
     // Copies all of the bytes behind what waits, or none of them and false: a bound above, the
-    // memory, or a file that waits.
+    // memory, or a file or shared body that waits.
     bool append(const void* data, std::uint64_t length);
 
     // Contiguous bytes behind what waits, to be filled and then counted with `commit`, at most a
@@ -65,7 +77,10 @@ class SendChain {
     // As `append`, and the file's first `size` bytes behind that.
     bool append_file(std::span<const std::byte> head, Descriptor file, std::uint64_t size);
 
-    // Points `slots` at the front of the chain, block by block; the slots that were needed.
+    // As `append`, and behind that the body by reference.
+    bool append_shared(std::span<const std::byte> head, std::shared_ptr<const std::string> body);
+
+    // Points `slots` at the front of the chain, piece by piece, and returns the slots in use.
     std::span<iovec> front(std::span<iovec> slots) const;
     void drop_front(std::uint64_t length);
 
@@ -90,6 +105,7 @@ class SendChain {
     bool fits(std::uint64_t length) const;
     bool extend(std::uint64_t length);
     bool add_block();
+    void drop_of_shared(std::uint64_t length);
     void remove_first();
     void remove_behind(Block* last);
     void release(Block* block);
@@ -101,6 +117,7 @@ class SendChain {
     std::uint64_t size_ = 0;
     std::uint64_t appended_ = 0;
     FileRange file_;
+    SharedRange shared_;
 };
 
 }  // namespace Kestin::Net::detail

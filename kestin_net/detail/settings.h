@@ -17,10 +17,6 @@ struct Settings {
     // How long a connection may stay silent in both directions; 0, for ever.
     Clock::duration idle_limit{0};
 
-    // How long bytes may wait, untouched by the service, on a connection to which it attached no
-    // user data: the time that a peer has for the head of a request.
-    Clock::duration head_limit = std::chrono::seconds(30);
-
     // Memory of all buffers together, beyond a floor that each connection always has
     // (send_chain.h: one block; receive_buffer.h: receive_floor).
     std::uint64_t memory_budget = 1024 * mebibyte;

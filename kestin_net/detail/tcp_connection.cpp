@@ -44,7 +44,11 @@ bool TcpConnection::start() {
         end();
         return true;
     }
-    deadline_.store(no_deadline, std::memory_order_release);
+    const Clock::time_point deadline = next_deadline();
+    deadline_.store(deadline.time_since_epoch().count(), std::memory_order_release);
+    if (deadline != Clock::time_point::max()) {
+        environment_.timer.wake_by(deadline);
+    }
     if (!environment_.poller.add(socket_.number(), EPOLLIN | EPOLLOUT, *this)) {
         end();
         return false;
@@ -226,7 +230,7 @@ bool TcpConnection::has_taken(ssize_t size, std::uint64_t given) {
 // While the memory of all is short, nothing more is asked for on top of what a peer hasn't read.
 bool TcpConnection::can_ask() const {
     return writable_ && !postponed_ && empty_sends_ < most_empty_sends &&
-           send_chain_.size() < send_mark && send_chain_.file() == nullptr &&
+           send_chain_.size() < send_mark && !send_chain_.ends_with_range() &&
            (send_chain_.is_empty() || !environment_.memory.budget.is_strained());
 }
 
@@ -239,10 +243,10 @@ bool TcpConnection::can_go_on() const {
     return can_offer() || (moved_ < turn_limit && (can_read() || can_ask() || can_write()));
 }
 
-// The service waits for bytes that there will be no room for, or for the end of a head without end.
+// The service waits for bytes that there will be no room for, or for more than it expected.
 bool TcpConnection::is_stuck() const {
     return receive_buffer_.is_full() ||
-           (get_user_data() == nullptr && receive_buffer_.size() > head_size_limit);
+           (expectation_.time.count() > 0 && receive_buffer_.size() > expectation_.bytes);
 }
 
 // The peer has sent its last byte, all is answered and all answers are out.
@@ -295,18 +299,16 @@ Clock::time_point TcpConnection::next_deadline() {
     const auto idle_limit = environment_.settings.idle_limit;
     const auto idle_deadline =
         idle_limit.count() > 0 ? Clock::now() + idle_limit : Clock::time_point::max();
-    return std::min(idle_deadline, next_head_deadline());
+    return std::min(idle_deadline, next_request_deadline());
 }
 
-Clock::time_point TcpConnection::next_head_deadline() {
-    if (get_user_data() != nullptr || receive_buffer_.is_empty() || is_held_back()) {
-        head_deadline_ = Clock::time_point::max();
-    } else if (head_deadline_ == Clock::time_point::max() ||
-               head_position_ != receive_buffer_.removed()) {
-        head_deadline_ = Clock::now() + environment_.settings.head_limit;
-        head_position_ = receive_buffer_.removed();
+Clock::time_point TcpConnection::next_request_deadline() {
+    if (expectation_.time.count() == 0 || !send_chain_.is_empty()) {
+        expectation_.deadline = Clock::time_point::max();
+    } else if (expectation_.deadline == Clock::time_point::max()) {
+        expectation_.deadline = Clock::now() + expectation_.time;
     }
-    return head_deadline_;
+    return expectation_.deadline;
 }
 
 // What the service said before it refused the peer still goes out, as far as the socket takes it.
@@ -368,6 +370,15 @@ bool TcpConnection::send_buffer_fill_file(std::string_view head, int descriptor,
     Descriptor file(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     return file.is_open() && ::fcntl(socket_.number(), F_SETFL, O_NONBLOCK) == 0 &&
            send_chain_.append_file(std::as_bytes(std::span(head)), std::move(file), size);
+}
+
+bool TcpConnection::send_buffer_fill_shared(std::string_view head,
+                                            std::shared_ptr<const std::string> body) {
+    return send_chain_.append_shared(std::as_bytes(std::span(head)), std::move(body));
+}
+
+void TcpConnection::expect_within(std::uint64_t bytes, std::uint64_t seconds) {
+    expectation_ = {.bytes = bytes, .time = std::chrono::seconds(seconds)};
 }
 
 const std::uint8_t* TcpConnection::recv_buffer_front(std::uint64_t length) {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -27,9 +28,6 @@ inline constexpr unsigned most_empty_sends = 4;
 // How often in a row a thread stays with a connection at most, waiting for what comes next as long
 // as the listener's time-out lets it.
 inline constexpr int most_stays = 64;
-
-// What a peer may send of a request head on a connection without user data.
-inline constexpr std::uint64_t head_size_limit = 64 * kibibyte;
 
 // One accepted connection. Each event brings a turn, on the one thread that has the connection
 // until it arms its socket again: read and offer, ask and write, as long as bytes move. With a
@@ -68,7 +66,11 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     bool send_buffer_fill_len(const void* data, std::uint64_t length) override;
     std::byte* send_buffer_room(std::uint64_t length) override;
     void send_buffer_commit(std::uint64_t length) override;
+    bool send_buffer_is_full() const override { return send_chain_.size() >= send_mark; }
+    bool send_buffer_fill_shared(std::string_view head,
+                                 std::shared_ptr<const std::string> body) override;
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override;
+    void expect_within(std::uint64_t bytes, std::uint64_t seconds) override;
     bool send_buffer_fill_file(std::string_view head, int descriptor, std::uint64_t size) override;
     void postpone() override { postponed_ = true; }
 
@@ -100,7 +102,7 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     void wait_for_retry();
     std::uint32_t awaited_events() const;
     Clock::time_point next_deadline();
-    Clock::time_point next_head_deadline();
+    Clock::time_point next_request_deadline();
     void end();
 
     Environment& environment_;
@@ -121,10 +123,14 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     unsigned empty_sends_ = 0;
     std::uint64_t moved_ = 0;
 
-    // On a connection without user data: when some of the bytes that wait must have been taken,
-    // and how many had been taken ever when that was set.
-    Clock::time_point head_deadline_ = Clock::time_point::max();
-    std::uint64_t head_position_ = 0;
+    // What the service expects of the peer (expect_within); no time, nothing. The clock stands
+    // while the peer has something to read, and starts anew behind that.
+    struct Expectation {
+        std::uint64_t bytes = 0;
+        Clock::duration time{0};
+        Clock::time_point deadline = Clock::time_point::max();
+    };
+    Expectation expectation_;
 
     // The deadline while the socket is armed, `no_deadline` also while a thread has the connection,
     // `broken` once it has passed. Written by the thread that gives the connection away and read

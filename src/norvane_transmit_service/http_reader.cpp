@@ -7,6 +7,9 @@ namespace {
 
 constexpr std::string_view shortest_request = "GET / HTTP/1.1";
 
+// The time that a peer has for its next request, from the connection's start or the last answer.
+constexpr std::uint64_t request_seconds = 30;
+
 }  // namespace
 
 // Keeps nothing between calls but what it leaves in the receive buffer.
@@ -49,6 +52,7 @@ bool NorvaneTransmitService::serve_http_requests(Kestin::Net::TcpConnectionBase&
         if (!drop_http_data(connection, step.drop)) {
             return false;
         }
+        expect_http_request(connection);
     }
     if (step.kind == HttpStep::Kind::wait) {
         return drop_http_data(connection, step.drop);
@@ -59,6 +63,10 @@ bool NorvaneTransmitService::serve_http_requests(Kestin::Net::TcpConnectionBase&
         kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "invalid http data: {%s}", bytes.c_str());
     }
     return false;
+}
+
+void NorvaneTransmitService::expect_http_request(Kestin::Net::TcpConnectionBase& connection) {
+    connection.expect_within(HttpScanner::head_limit, request_seconds);
 }
 
 bool NorvaneTransmitService::drop_http_data(Kestin::Net::TcpConnectionBase& connection,

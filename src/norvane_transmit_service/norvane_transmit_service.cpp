@@ -101,6 +101,7 @@ bool NorvaneTransmitService::on_accept(Kestin::Net::TcpConnectionBase* connectio
         return false;
     }
     if (port != settings_.transmit_port) {
+        expect_http_request(*connection);
         return true;
     }
     NorvaneTransmitNode* node = NorvaneTransmitNode::acquire_transmit_node();

@@ -84,6 +84,8 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     bool recv_http_data(Kestin::Net::TcpConnectionBase* connection, bool stop_on_handler_failure);
     bool serve_http_requests(Kestin::Net::TcpConnectionBase& connection, const std::string& bytes,
                              bool stop_on_handler_failure);
+    // Gives the peer the usual time and space for its next request.
+    static void expect_http_request(Kestin::Net::TcpConnectionBase& connection);
     static bool drop_http_data(Kestin::Net::TcpConnectionBase& connection, std::uint64_t length);
     bool handle_http(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
     bool answer_command(Kestin::Net::TcpConnectionBase* connection, const std::string& text);

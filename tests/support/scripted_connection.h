@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -38,6 +39,10 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
     bool is_postponed = false;
     // The bytes that the send buffer holds before the rest of what came is held back.
     std::uint64_t send_mark = UINT64_MAX;
+
+    // What the service last asked to be expected of the peer.
+    std::uint64_t expected_bytes = 0;
+    std::uint64_t expected_within = 0;
 
     std::string peer_address = "127.0.0.1";
     std::uint16_t peer_port = 40000;
@@ -86,6 +91,16 @@ class ScriptedConnection : public Kestin::Net::TcpConnectionBase {
                send_buffer_fill_len(content.data(), size);
     }
     void postpone() override { is_postponed = true; }
+    bool send_buffer_fill_shared(std::string_view head,
+                                 std::shared_ptr<const std::string> body) override {
+        return send_buffer_fill_len(head.data(), head.size()) &&
+               send_buffer_fill_len(body->data(), body->size());
+    }
+    bool send_buffer_is_full() const override { return sent_.size() >= send_mark; }
+    void expect_within(std::uint64_t bytes, std::uint64_t seconds) override {
+        expected_bytes = bytes;
+        expected_within = seconds;
+    }
     const std::uint8_t* recv_buffer_front(std::uint64_t length) override {
         const bool fails = fail_move || length > received_.size();
         return fails ? nullptr : reinterpret_cast<const std::uint8_t*>(received_.data());

@@ -253,6 +253,30 @@ TEST_F(FileAnswerTest, EndsTheConnectionWhenTheFileShrinks) {
     EXPECT_TRUE(content_.starts_with(rest.substr(0, content_.size() / 2)));
 }
 
+TEST_F(ConnectionTest, SharedBodyTakesItsMemoryOnceAndReachesEveryReader) {
+    const auto body = std::make_shared<const std::string>(support::random_bytes(3 << 20, 1));
+    service_.recv = [&](Connection& connection) {
+        take(connection, connection.recv_buffer_size());
+        return connection.send_buffer_fill_shared("head", body) &&
+               !send_back(connection, "behind a shared body nothing more is taken");
+    };
+    settings_.memory_budget = 2 * body->size();
+    auto loop = start();
+    std::vector<std::unique_ptr<RawSocket>> readers;
+    for (std::uint64_t reader = 1; reader <= 20; ++reader) {
+        readers.push_back(std::make_unique<RawSocket>(port_));
+        readers.back()->send("?");
+        ASSERT_TRUE(service_.recvs.await(reader));
+    }
+    for (const auto& reader : readers) {
+        EXPECT_TRUE(reader->receive(4 + body->size()) == "head" + *body);
+        reader->send("again");
+    }
+    for (const auto& reader : readers) {
+        EXPECT_TRUE(reader->receive(4 + body->size()) == "head" + *body);
+    }
+}
+
 // A request is two bytes and its answer a chunk of 64 KiB; "ping" is echoed.
 class BackPressureTest : public ConnectionTest {
   protected:
@@ -430,43 +454,85 @@ TEST_F(ConnectionTest, FalseFromACallbackEndsTheConnection) {
     EXPECT_EQ(service_.closes.count(), 2U);
 }
 
-TEST_F(ConnectionTest, HeadThatIsNotTakenInTimeEndsItsConnectionAlone) {
-    std::atomic<bool> attach = true;
-    service_.accept = [&](Connection& connection, std::uint16_t) {
-        connection.set_user_data(attach ? &marker_ : nullptr);
-        return true;
-    };
-    service_.recv = [](Connection& connection) {
-        return connection.recv_buffer_size() < 4 || send_back(connection, take(connection, 4));
-    };
-    settings_.head_limit = std::chrono::milliseconds(150);
-    auto loop = start();
-    RawSocket with_data(port_);
-    ASSERT_TRUE(service_.accepts.await(1));
-    attach = false;
+// The service expects a request within a second: four bytes beginning with "p", for which it sends
+// an answer. It drops what begins with "j", and waits for more of what begins with "w".
+class ExpectationTest : public ConnectionTest {
+  protected:
+    void serve(const std::string& answer) {
+        service_.accept = [this](Connection& connection, std::uint16_t) {
+            connection.expect_within(most_bytes, expects_ ? 1 : 0);
+            return true;
+        };
+        service_.recv = [this, answer](Connection& connection) {
+            const std::uint8_t first = *connection.recv_buffer_front(1);
+            if (first == 'j') {
+                take(connection, connection.recv_buffer_size());
+            }
+            if (first != 'p' || connection.recv_buffer_size() < 4) {
+                return true;
+            }
+            take(connection, 4);
+            connection.expect_within(most_bytes, 1);
+            return send_back(connection, answer);
+        };
+        loop_ = start();
+    }
+    void TearDown() override {
+        loop_.reset();
+        ConnectionTest::TearDown();
+    }
+
+    static constexpr std::uint64_t most_bytes = 1000;
+    std::atomic<bool> expects_ = true;
+    std::unique_ptr<EventLoop> loop_;
+};
+
+TEST_F(ExpectationTest, ConnectionThatOnlySendsJunkEndsLikeASilentOne) {
+    serve("pong");
     RawSocket silent(port_);
-    RawSocket slow(port_);
-    with_data.send("abc");
-    slow.send("pingGET");
-    EXPECT_EQ(slow.receive(4), "ping");
-    EXPECT_TRUE(slow.await_close());
-    EXPECT_TRUE(service_.closes.await(1));
-    with_data.send("d");
-    EXPECT_EQ(with_data.receive(4), "abcd");
-    silent.send("wait");
-    EXPECT_EQ(silent.receive(4), "wait");
-    EXPECT_EQ(service_.closes.count(), 1U);
+    EXPECT_TRUE(silent.await_close());
+    RawSocket junk(port_);
+    while (service_.closes.count() < 2 && service_.recvs.count() < 1000) {
+        junk.send("j");
+        service_.recvs.await(service_.recvs.count() + 1, std::chrono::milliseconds(50));
+    }
+    EXPECT_TRUE(service_.closes.await(2));
+    EXPECT_LT(service_.recvs.count(), 1000U);
 }
 
-TEST_F(ConnectionTest, HeadWithoutEndEndsTheConnection) {
-    std::atomic<bool> answered = false;
-    service_.recv = [&](Connection& connection) {
-        return answered.exchange(true) || send_back(connection, take(connection, 4));
-    };
-    auto loop = start();
+TEST_F(ExpectationTest, EndsOnlyTheConnectionOnWhichARequestIsLate) {
+    expects_ = false;
+    serve("pong");
+    RawSocket patient(port_);
+    patient.send("pin");
+    ASSERT_TRUE(service_.recvs.await(1));
+    RawSocket late(port_);
+    late.send("pingpin");
+    EXPECT_EQ(late.receive(4), "pong");
+    EXPECT_TRUE(late.await_close());
+    EXPECT_TRUE(service_.closes.await(1));
+    patient.send("g");
+    EXPECT_EQ(patient.receive(4), "pong");
+}
+
+TEST_F(ExpectationTest, TimeStandsWhileThePeerHasAnAnswerToRead) {
+    const std::string answer(30 * 1024 * 1024, 'a');
+    serve(answer);
+    RawSocket slow(port_);
+    slow.send("ping");
+    ASSERT_TRUE(service_.recvs.await(1));
+    RawSocket silent(port_);
+    EXPECT_TRUE(silent.await_close());
+    EXPECT_EQ(slow.receive(answer.size()).size(), answer.size());
+    EXPECT_TRUE(slow.await_close());
+}
+
+TEST_F(ExpectationTest, MoreBytesThanExpectedEndTheConnection) {
+    serve("pong");
     RawSocket peer(port_);
-    peer.send("ping" + std::string(64 * 1024 + 1, 'x'));
-    EXPECT_EQ(peer.receive(4), "ping");
+    peer.send("ping" + std::string(most_bytes, 'w'));
+    EXPECT_EQ(peer.receive(4), "pong");
+    peer.send("w");
     EXPECT_TRUE(peer.await_close());
 }
 

@@ -30,9 +30,9 @@ class Tally {
         return count_;
     }
     // False: it didn't happen `count` times within the limit.
-    bool await(std::uint64_t count) const {
+    bool await(std::uint64_t count, std::chrono::milliseconds limit = wait_limit) const {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, wait_limit, [&] { return count_ >= count; });
+        return changed_.wait_for(lock, limit, [&] { return count_ >= count; });
     }
 
   private:
