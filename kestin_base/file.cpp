@@ -79,6 +79,7 @@ bool File::open_regular(const char* path, int mode) {
         size_at_open_ = facts.size;
         if (!facts.is_regular) {
             close();
+            errno = facts.is_directory ? EISDIR : EINVAL;
         }
     }
     return is_open();
@@ -214,7 +215,7 @@ bool File::truncate(std::int64_t size) const {
 bool File::set_time(std::int64_t time) const {
     struct stat facts {};
     return ::futimens(descriptor_, detail::new_times(time).data()) == 0 &&
-           ::fstat(descriptor_, &facts) == 0 && facts.st_mtim.tv_sec == time;
+           ::fstat(descriptor_, &facts) == 0 && detail::is_new_time(facts, time);
 }
 
 bool File::set_attribute(const char* name, const std::string& value) const {
@@ -236,6 +237,7 @@ bool File::remove_attribute(const char* name) const {
 
 bool File::seek(std::int64_t position) {
     if (!is_open() || position < 0) {
+        errno = EINVAL;
         return false;
     }
     position_ = position;

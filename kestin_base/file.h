@@ -12,7 +12,7 @@ namespace Kestin::Base {
 
 // A regular file, open for one transfer. One owner at a time. Only regular files can be opened, so
 // that no call waits on a pipe or a device. Every operation but `close` is false while no file is
-// open.
+// open. An operation that fails leaves the reason in errno.
 class File : private Uncopy {
   public:
     File() = default;

@@ -90,7 +90,10 @@ void kestin_create_directory_recursive(const std::string& path) {
     if (name.find('/') != std::string::npos &&
         kestin_extract_directory(name.c_str(), parent, true)) {
         kestin_create_directory_recursive(parent);
-        ::mkdir(path.c_str(), 0777);
+        const int parents_fault = errno;
+        if (::mkdir(path.c_str(), 0777) != 0 && errno == ENOENT) {
+            errno = parents_fault;
+        }
     }
 }
 
@@ -142,7 +145,7 @@ PathFacts kestin_look_at(const char* path) {
 bool file_set_time(const char* path, std::int64_t time) {
     struct stat facts {};
     return ::utimensat(AT_FDCWD, path, detail::new_times(time).data(), AT_SYMLINK_NOFOLLOW) == 0 &&
-           examine_link(path, facts) && facts.st_mtim.tv_sec == time;
+           examine_link(path, facts) && detail::is_new_time(facts, time);
 }
 
 }  // namespace Kestin::Base

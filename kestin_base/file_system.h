@@ -5,8 +5,8 @@
 
 namespace Kestin::Base {
 
-// All of these take paths as bytes, may be called on unrelated paths at once, report by their
-// result alone and never throw.
+// All of these take paths as bytes, may be called on unrelated paths at once and never throw. One
+// that fails leaves the reason in errno.
 
 // Whether something stands at `path`: a file, a directory, or a link, dangling or not. True also if
 // the path can't be examined for any reason but that nothing can stand there (ENOENT, ENOTDIR,
@@ -32,7 +32,8 @@ bool kestin_unlink_safe(const char* path);
 // directory, and only if it is empty (rename(2)).
 bool kestin_rename_safe(const char* from, const char* to);
 
-// Creates the directory with all its parents; one that exists is no fault.
+// Creates the directory with all its parents; one that exists is no fault. If there is no directory
+// afterwards, errno tells why.
 void kestin_create_directory_recursive(const std::string& path);
 
 // Returns true once the entries of the directory are on the disk (fsync(2)).
@@ -42,7 +43,8 @@ bool kestin_sync_directory(const char* path);
 bool kestin_can_lock(const std::string& directory);
 
 // Removes the directory with all its contents, however deep. Links are removed, never followed,
-// also when `path` is one itself. What can't be removed stays; the rest goes.
+// also when `path` is one itself. What can't be removed stays; the rest goes; errno then tells why
+// the first of it couldn't be removed.
 void kestin_remove_directory_recursive(const std::string& path);
 
 // Size in bytes and time of last modification in whole seconds since 1970-01-01 UTC, rounded down;

@@ -1,7 +1,9 @@
 #include "kestin_base/log.h"
 
+#include <array>
 #include <atomic>
 #include <cstdarg>
+#include <cstring>
 #include <new>
 
 #include "kestin_base/detail/log_settings.h"
@@ -40,6 +42,27 @@ std::array<Log, 2>& logs() {
     return both;
 }
 
+// What a line holds ahead of its message.
+std::string head_of(KESTIN_LOG_LEVEL level, const detail::LogOrigin& origin) {
+    std::string head;
+    head.reserve(usual_length);
+    head.append(labels.at(level)).append(" ").append(origin.file) += ' ';
+    if (origin.class_name != nullptr) {
+        head.append(origin.class_name) += "::";
+    }
+    head.append(origin.function) += ' ';
+    head += std::to_string(origin.line) + ' ';
+    if (origin.session != 0) {
+        head += '[' + std::to_string(origin.session) + "] ";
+    }
+    return head;
+}
+
+std::string words_of(int error) {
+    const char* words = ::strerrordesc_np(error);
+    return words != nullptr ? words : "error " + std::to_string(error);
+}
+
 }  // namespace
 
 LogSwitch& LogSwitch::instance() {
@@ -74,8 +97,8 @@ void LogSwitch::exit() {
     }
 }
 
-void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const char* file, const char* function,
-                       std::uint64_t line, const char* format, ...) noexcept {
+void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const LogOrigin& origin,
+                       const char* format, ...) noexcept {
     Log& log = logs().at(static_cast<std::size_t>(name));
     if (!log.keeps(level)) {
         return;
@@ -83,14 +106,12 @@ void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const char* file, c
     va_list arguments;
     va_start(arguments, format);
     try {
-        std::string text;
-        text.reserve(usual_length);
-        const std::string number = std::to_string(line);
-        for (const char* part : {labels.at(level), file, function, number.c_str()}) {
-            text.append(part) += ' ';
-        }
+        std::string text = head_of(level, origin);
         append_message(text, format, arguments);
         log.file.write(text);
+        if (origin.cause != 0) {
+            log.file.write(text + ": " + words_of(origin.cause));
+        }
     } catch (const std::bad_alloc&) {
         // The line is lost.
     }

@@ -37,13 +37,24 @@ namespace detail {
 
 enum class LogName { run, debug };
 
-// One line to a log: local date and time with milliseconds, the level's eight-character label,
-// file, function, line and the message, whose control bytes are shown as \xHH so that no client's
-// text can forge a line. The line is in the file when the call returns. A full or unwritable disk,
-// or a lack of memory, loses the line and nothing else. Does nothing before LogSwitch::init and
-// after LogSwitch::exit.
-void write_log(LogName log, KESTIN_LOG_LEVEL level, const char* file, const char* function,
-               std::uint64_t line, const char* format, ...) noexcept;
+// Where a line comes from. The texts live as long as the process.
+struct LogOrigin {
+    const char* file;
+    const char* class_name;  // null for a function outside a class, or one that is given qualified
+    const char* function;
+    std::uint64_t line;
+    std::uint64_t session = 0;  // heads the message as "[number] "; 0: no session
+    int cause = 0;              // the errno of a system call that failed; 0: no such call
+};
+
+// Writes one line to a log: local date and time with milliseconds, the level's eight-character
+// label, file, function, line and the message. Control bytes of the message are shown as \xHH, so
+// that no client's text can forge a line. With a cause, a second line repeats the message and adds
+// what errno means. The lines are in the file when the call returns. A full or unwritable disk, or
+// a lack of memory, loses the lines and nothing else. Does nothing before LogSwitch::init and after
+// LogSwitch::exit.
+void write_log(LogName log, KESTIN_LOG_LEVEL level, const LogOrigin& origin, const char* format,
+               ...) noexcept;
 
 }  // namespace detail
 }  // namespace Kestin::Base
@@ -56,8 +67,8 @@ void kestin_run_log(KESTIN_LOG_LEVEL level, const char* file, const char* functi
                     std::uint64_t line,
                     Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
                     Arguments... arguments) {
-    Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::run, level, file, function, line,
-                                    format.text(), arguments...);
+    Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::run, level,
+                                    {file, nullptr, function, line}, format.text(), arguments...);
 }
 
 template <typename... Arguments>
@@ -65,6 +76,6 @@ void kestin_debug_log(KESTIN_LOG_LEVEL level, const char* file, const char* func
                       std::uint64_t line,
                       Kestin::Base::detail::PrintfFormat<std::type_identity_t<Arguments>...> format,
                       Arguments... arguments) {
-    Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::debug, level, file, function,
-                                    line, format.text(), arguments...);
+    Kestin::Base::detail::write_log(Kestin::Base::detail::LogName::debug, level,
+                                    {file, nullptr, function, line}, format.text(), arguments...);
 }

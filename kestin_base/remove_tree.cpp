@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -33,10 +34,14 @@ class TreeRemover {
                     return;
                 }
             } else if (!descend(::dirfd(open_.get()), folders.back().c_str())) {
+                note_fault();
                 folders.pop_back();
             }
         }
     }
+
+    // Why the first of what stayed couldn't be removed, as an errno; 0: all went.
+    int first_fault() const { return first_fault_; }
 
   private:
     // A directory on the way down: what it is, and its folders that are still to be removed, the
@@ -102,15 +107,27 @@ class TreeRemover {
             if (text == "." || text == "..") {
                 continue;
             }
-            if (entry->d_type == DT_DIR || ::unlinkat(::dirfd(open_.get()), name, 0) != 0) {
+            if (entry->d_type == DT_DIR) {
+                folders.emplace_back(name);
+            } else if (::unlinkat(::dirfd(open_.get()), name, 0) != 0) {
+                if (errno != EISDIR) {
+                    note_fault();
+                }
                 folders.emplace_back(name);
             }
         }
         return folders;
     }
 
+    void note_fault() {
+        if (first_fault_ == 0) {
+            first_fault_ = errno;
+        }
+    }
+
     Stream open_;
     std::vector<Level> levels_;
+    int first_fault_ = 0;
 };
 
 }  // namespace
@@ -126,8 +143,11 @@ void kestin_remove_directory_recursive(const std::string& path) {
         ::unlink(name.c_str());
         return;
     }
-    TreeRemover().empty(name.c_str());
-    ::rmdir(name.c_str());
+    TreeRemover remover;
+    remover.empty(name.c_str());
+    if (::rmdir(name.c_str()) != 0 && remover.first_fault() != 0) {
+        errno = remover.first_fault();
+    }
 }
 
 }  // namespace Kestin::Base

@@ -12,7 +12,7 @@
 #include "src/main/crash_filter.h"
 #include "src/main/root_directory.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
+#include "src/shared/operation_log.h"
 
 namespace {
 
@@ -103,7 +103,7 @@ int main(int, char* argv[]) {
             continue;
         }
         if (step.reported_on == Step::run_log) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "%s", step.failure);
+            OperationLog({.file = "src/main"}).error("%s", step.failure);
         } else {
             print_line(step.failure);
         }

@@ -4,12 +4,13 @@
 #include <string>
 
 #include "kestin_base/clock.h"
-#include "kestin_base/log.h"
-#include "src/shared/log_place.h"
+#include "src/shared/operation_log.h"
 
 using Kestin::Net::TcpConnectionBase;
 
 namespace {
+
+constexpr LogSource log_source{.file = "src/norvane_session", .class_name = "INorvaneSession"};
 
 // A window lasts one second to the microsecond, its end included; a clock that went back ends it
 // too.
@@ -37,15 +38,15 @@ bool INorvaneSession::recv_connect_response(TcpConnectionBase* connection) {
     if (connection == nullptr) {
         return false;
     }
+    const OperationLog log(log_source, session_id());
     if (is_bound()) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv unexpected connect response",
-                       session_id());
+        log.error("recv unexpected connect response");
         return false;
     }
     connection->set_user_data(this);
     connection_ = connection;
     const Peer peer = peer_of(*connection);
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] recv connect response", session_id());
+    log.debug("recv connect response");
     return on_recv_connect_response(connection, peer.address.c_str(), peer.port);
 }
 
@@ -57,7 +58,7 @@ bool INorvaneSession::recv_disconnect_response(TcpConnectionBase* connection) {
         unbind();
     }
     const Peer peer = peer_of(*connection);
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] recv disconnect response", session_id());
+    OperationLog(log_source, session_id()).debug("recv disconnect response");
     return on_recv_disconnect_response(connection, peer.address.c_str(), peer.port);
 }
 
@@ -71,7 +72,7 @@ bool INorvaneSession::send_message(TcpConnectionBase* connection, const void* he
     const bool sent = (header_length == 0 || send_data(connection, header, header_length)) &&
                       (tail_length == 0 || send_data(connection, tail, tail_length));
     if (!sent) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] send data failed", session_id());
+        OperationLog(log_source, session_id()).error("send data failed");
         return false;
     }
     count_sent(header_length + tail_length);

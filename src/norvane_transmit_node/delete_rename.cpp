@@ -2,7 +2,6 @@
 #include "src/norvane_transmit_node/file_steps.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 using Kestin::Base::kestin_access_safe;
 using Kestin::Base::kestin_chmod_safe;
@@ -13,13 +12,31 @@ using Kestin::Base::kestin_unlink_safe;
 
 namespace {
 
-void delete_path(const std::string& path) {
+// What kept the path from being deleted, if it is still there afterwards.
+SystemCause delete_path(const std::string& path) {
     if (is_directory(path)) {
         kestin_remove_directory_recursive(path);
     } else if (kestin_access_safe(path.c_str())) {
         kestin_chmod_safe(path.c_str());
         kestin_unlink_safe(path.c_str());
     }
+    return system_cause();
+}
+
+// A file at the new path stays until the rename itself replaces it, so that no failure loses it. On
+// false errno tells why.
+bool rename_path(const OperationLog& log, const std::string& from, const std::string& to) {
+    if (!kestin_access_safe(from.c_str())) {
+        return false;
+    }
+    if (kestin_same_file(from.c_str(), to.c_str())) {
+        errno = EEXIST;
+        return false;
+    }
+    if (is_directory(to)) {
+        log.error(SystemCause{EISDIR}, "unlink file failed (%s)", to.c_str());
+    }
+    return kestin_rename_safe(from.c_str(), to.c_str());
 }
 
 }  // namespace
@@ -27,19 +44,17 @@ void delete_path(const std::string& path) {
 // What stands at the path afterwards decides, so that deleting what isn't there is done.
 message::Status NorvaneTransmitNode::do_handle_delete_path_request(
     const message::PathRequest& request, const std::string& path) {
-    if (!find_storage(request.storage_id)) {
+    const OperationLog log = operation_log();
+    if (!find_storage(log, request.storage_id)) {
         return message::status_invalid_storage_id;
     }
     const std::string full_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
     // It would take everything at once.
     const bool is_refused = is_root(request.storage_id, request.user_id, full_path);
-    if (!is_refused) {
-        delete_path(full_path);
-    }
+    const SystemCause cause = is_refused ? SystemCause{EBUSY} : delete_path(full_path);
     if (is_refused || kestin_access_safe(full_path.c_str())) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] delete path (%s) failed", session_id(),
-                       full_path.c_str());
+        log.error(cause, "delete path (%s) failed", full_path.c_str());
         return message::status_delete_failed;
     }
     return message::status_ok;
@@ -48,7 +63,8 @@ message::Status NorvaneTransmitNode::do_handle_delete_path_request(
 message::Status NorvaneTransmitNode::do_handle_rename_path_request(
     const message::RenamePathRequest& request, const std::string& old_path,
     const std::string& new_path) {
-    if (!find_storage(request.storage_id)) {
+    const OperationLog log = operation_log();
+    if (!find_storage(log, request.storage_id)) {
         return message::status_invalid_storage_id;
     }
     const auto& service = NorvaneTransmitService::instance();
@@ -56,22 +72,9 @@ message::Status NorvaneTransmitNode::do_handle_rename_path_request(
         service.make_transmit_path(request.storage_id, request.user_id, old_path.c_str(), false);
     const std::string to =
         service.make_transmit_path(request.storage_id, request.user_id, new_path.c_str(), false);
-    if (!rename_path(from, to)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] rename path failed (%s) -> (%s)",
-                       session_id(), from.c_str(), to.c_str());
+    if (!rename_path(log, from, to)) {
+        log.error(system_cause(), "rename path failed (%s) -> (%s)", from.c_str(), to.c_str());
         return message::status_rename_failed;
     }
     return message::status_ok;
-}
-
-// A file at the new path stays until the rename itself replaces it, so that no failure loses it.
-bool NorvaneTransmitNode::rename_path(const std::string& from, const std::string& to) {
-    if (!kestin_access_safe(from.c_str()) || kestin_same_file(from.c_str(), to.c_str())) {
-        return false;
-    }
-    if (is_directory(to)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] unlink file failed (%s)", session_id(),
-                       to.c_str());
-    }
-    return kestin_rename_safe(from.c_str(), to.c_str());
 }

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "src/norvane_transmit_node/event_lookup.h"
+#include "src/norvane_transmit_node/file_steps.h"
 #include "src/norvane_transmit_node/framing.h"
 #include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
@@ -17,28 +18,26 @@ constexpr int chunks_per_batch = 500;
 message::Status NorvaneTransmitNode::do_handle_download_file_prepare_request(
     const message::DownloadFilePrepareRequest& request, const std::string& path,
     message::DownloadFilePrepareResponse& response) {
-    if (!find_storage(request.storage_id)) {
+    const OperationLog log = operation_log();
+    if (!find_storage(log, request.storage_id)) {
         return message::status_invalid_storage_id;
     }
     const std::string file_path = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), false);
     if (file_path.size() > longest_transfer_path) {
-        return refuse_access(file_path);
+        return refuse_access(log, SystemCause{ENAMETOOLONG}, file_path);
     }
     Kestin::Base::PathFacts facts;
-    if (const auto status = examine_path(file_path, facts); status != message::status_ok) {
+    if (const auto status = examine_path(log, file_path, facts); status != message::status_ok) {
         return status;
     }
     if (facts.is_directory) {
-        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
-                       session_id(), file_path.c_str());
+        log.warning("path is a directory (%s)", file_path.c_str());
         return message::status_path_is_directory;
     }
     DownloadFileTcpEvent::Pointer event = DownloadFileTcpEvent::acquire();
     if (event == nullptr) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
-                       "[%I64u] acquire new download event failed (%s)", session_id(),
-                       DownloadFileTcpEvent::name);
+        log.error("acquire new download event failed (%s)", DownloadFileTcpEvent::name);
         return message::status_acquire_event_failed;
     }
     event->set_file(request.encrypted != 0, file_path, facts.size);
@@ -50,23 +49,21 @@ message::Status NorvaneTransmitNode::do_handle_download_file_prepare_request(
 
 message::Status NorvaneTransmitNode::do_handle_download_file_data_request(
     const message::DownloadFileDataRequest& request) {
-    auto* event = find_event<DownloadFileTcpEvent>();
+    const OperationLog log = operation_log();
+    auto* event = find_event<DownloadFileTcpEvent>(log);
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
     const char* path = event->path().c_str();
     if (!event->open()) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to read failed (%s)",
-                       session_id(), path);
+        log.error(system_cause(), "open file to read failed (%s)", path);
         return message::status_open_read_failed;
     }
     if (!event->seek(request.offset)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] offset file failed (%s : %I64d)",
-                       session_id(), path, request.offset);
+        log.error(system_cause(), "offset file failed (%s : %I64d)", path, request.offset);
         return message::status_seek_failed;
     }
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] download file begin (%s)", session_id(),
-                     path);
+    log.debug("download file begin (%s)", path);
     download_active_ = true;
     return message::status_ok;
 }
@@ -85,6 +82,7 @@ bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
     if (event == nullptr) {
         return false;
     }
+    const OperationLog log = operation_log();
     std::int64_t sent = 0;
     for (int number = 0; number < chunks_per_batch; ++number) {
         if (event->close_at_end()) {
@@ -92,7 +90,7 @@ bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
             return send_download_data_response(connection, message::status_ok, {});
         }
         DownloadChunk chunk;
-        if (const auto status = read_chunk(*connection, *event, chunk);
+        if (const auto status = read_chunk(log, *connection, *event, chunk);
             status != message::status_ok) {
             return end_download(connection, status);
         }
@@ -114,7 +112,8 @@ bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
 
 // Whole chunks that aren't ciphered are read to where they are sent from; smaller ones would leave
 // much of a room's memory unused. A length of 0: the end of the file.
-message::Status NorvaneTransmitNode::read_chunk(Connection& connection, DownloadFileTcpEvent& event,
+message::Status NorvaneTransmitNode::read_chunk(const OperationLog& log, Connection& connection,
+                                                DownloadFileTcpEvent& event,
                                                 DownloadChunk& chunk) const {
     constexpr std::uint32_t chunk_size = PayloadBuffers::chunk_size;
     PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
@@ -126,14 +125,12 @@ message::Status NorvaneTransmitNode::read_chunk(Connection& connection, Download
         place = reinterpret_cast<char*>(chunk.room) + sizeof(message::DataResponse);
     }
     if (!event.read(place, chunk_size, chunk.length)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] read file failed (%s)", session_id(),
-                       event.path().c_str());
+        log.error(system_cause(), "read file failed (%s)", event.path().c_str());
         return message::status_read_failed;
     }
     chunk.payload = {place, chunk.length};
     if (chunk.length != 0 && event.encrypted() && !encipher(chunk.payload, buffers.converted)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] encrypt data failed (%s)",
-                       session_id(), event.path().c_str());
+        log.error("encrypt data failed (%s)", event.path().c_str());
         return message::status_encrypt_failed;
     }
     return message::status_ok;
@@ -181,12 +178,12 @@ bool NorvaneTransmitNode::end_download(Connection* connection, message::Status s
 
 // Doesn't wait for the end of the file: this is how a client stops a running stream.
 message::Status NorvaneTransmitNode::do_handle_download_file_finish_request() {
-    auto* event = find_event<DownloadFileTcpEvent>();
+    const OperationLog log = operation_log();
+    auto* event = find_event<DownloadFileTcpEvent>(log);
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] download file end (%s)", session_id(),
-                     event->path().c_str());
+    log.debug("download file end (%s)", event->path().c_str());
     set_connection_transmit_event(nullptr);
     return message::status_ok;
 }

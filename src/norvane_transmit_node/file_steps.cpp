@@ -1,79 +1,85 @@
+#include "src/norvane_transmit_node/file_steps.h"
+
 #include "kestin_base/file_system.h"
 #include "kestin_base/record.h"
-#include "src/norvane_transmit_node/norvane_transmit_node.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 using namespace Kestin::Base;  // NOLINT(google-build-using-namespace): this file is all file system
 
-bool NorvaneTransmitNode::find_storage(std::uint32_t storage_id) {
+bool find_storage(const OperationLog& log, std::uint32_t storage_id) {
     if (!NorvaneTransmitService::instance().is_storage_valid(storage_id)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] invalid storage id: %u", session_id(),
-                       storage_id);
+        log.error("invalid storage id: %u", storage_id);
         return false;
     }
     return true;
 }
 
-message::Status NorvaneTransmitNode::examine_path(const std::string& path, PathFacts& facts) {
+message::Status examine_path(const OperationLog& log, const std::string& path, PathFacts& facts) {
     facts = kestin_look_at(path.c_str());
     if (!facts.exists) {
-        return refuse_access(path);
+        return refuse_access(log, system_cause(), path);
     }
     if (!facts.is_examined) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path stat failed (%s)", session_id(),
-                       path.c_str());
+        log.error(system_cause(), "path stat failed (%s)", path.c_str());
         return message::status_path_stat_failed;
     }
     return message::status_ok;
 }
 
-message::Status NorvaneTransmitNode::refuse_access(const std::string& path) {
-    kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] can not access file (%s)", session_id(),
-                   path.c_str());
+message::Status refuse_access(const OperationLog& log, SystemCause cause, const std::string& path) {
+    log.warning(cause, "can not access file (%s)", path.c_str());
     return message::status_access_failed;
 }
 
-bool NorvaneTransmitNode::remove_file(KESTIN_LOG_LEVEL level, const std::string& path) {
+bool remove_file(const OperationLog& log, KESTIN_LOG_LEVEL level, const std::string& path) {
     if (!kestin_chmod_safe(path.c_str())) {
-        kestin_run_log(level, LOG_PLACE, "[%I64u] chmod file failed (%s)", session_id(),
-                       path.c_str());
+        log.failure(level, system_cause(), "chmod file failed (%s)", path.c_str());
     }
     if (!kestin_unlink_safe(path.c_str())) {
-        kestin_run_log(level, LOG_PLACE, "[%I64u] unlink file failed (%s)", session_id(),
-                       path.c_str());
+        log.failure(level, system_cause(), "unlink file failed (%s)", path.c_str());
         return false;
     }
     return true;
 }
 
 // The rename replaces what lies at the target as a rule; what it doesn't, it may when that is gone.
-bool NorvaneTransmitNode::put_in_place(const std::string& temp_path,
-                                       const std::string& target_path) {
+bool put_in_place(const OperationLog& log, const std::string& temp_path,
+                  const std::string& target_path) {
+    SystemCause cause{};
     const auto rename = [&] {
-        return kestin_rename_safe(temp_path.c_str(), target_path.c_str());
+        const bool done = kestin_rename_safe(temp_path.c_str(), target_path.c_str());
+        cause = system_cause();
+        return done;
     };
     if (!rename() && !(kestin_access_safe(target_path.c_str()) &&
-                       remove_file(KESTIN_LOG_ERROR, target_path) && rename())) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] rename file failed (%s) -> (%s)",
-                       session_id(), temp_path.c_str(), target_path.c_str());
+                       remove_file(log, KESTIN_LOG_ERROR, target_path) && rename())) {
+        log.error(cause, "rename file failed (%s) -> (%s)", temp_path.c_str(), target_path.c_str());
         return false;
     }
     return true;
 }
 
-bool NorvaneTransmitNode::set_time(const std::string& path, std::int64_t time) {
+bool set_time(const OperationLog& log, const std::string& path, std::int64_t time) {
     if (!file_set_time(path.c_str(), time)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] set file time failed (%s)",
-                       session_id(), path.c_str());
+        log.error(system_cause(), "set file time failed (%s)", path.c_str());
         return false;
     }
     return true;
 }
 
-void NorvaneTransmitNode::log_upload_end(const std::string& target_path) {
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] upload file end (%s)", session_id(),
-                     target_path.c_str());
+void log_upload_end(const OperationLog& log, const std::string& target_path) {
+    log.debug("upload file end (%s)", target_path.c_str());
+}
+
+bool make_directory(const std::string& path) {
+    if (is_directory(path)) {
+        return true;
+    }
+    kestin_create_directory_recursive(path);
+    const SystemCause cause = system_cause();
+    const bool made = is_directory(path);
+    errno = cause.error_number;
+    return made;
 }
 
 bool is_directory(const std::string& path) {

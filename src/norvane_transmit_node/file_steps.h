@@ -3,9 +3,33 @@
 #include <string>
 
 #include "kestin_base/file_system.h"
+#include "src/message/status.h"
 #include "src/norvane_transmit_node/upload_plan.h"
+#include "src/shared/operation_log.h"
 
-// Steps of several requests that need nothing of the node.
+// Steps of several requests that need nothing of the node. Those that take a log write their
+// failures to it.
+
+// Whether a storage has that number.
+bool find_storage(const OperationLog& log, std::uint32_t storage_id);
+
+// Looks at what stands at a path; a status other than 0 if there is nothing or it can't be told.
+message::Status examine_path(const OperationLog& log, const std::string& path,
+                             Kestin::Base::PathFacts& facts);
+message::Status refuse_access(const OperationLog& log, SystemCause cause, const std::string& path);
+
+// Deletes a file, a write-protected one too; `level` is that of a failure.
+bool remove_file(const OperationLog& log, KESTIN_LOG_LEVEL level, const std::string& path);
+
+// Gives a temporary file its final name.
+bool put_in_place(const OperationLog& log, const std::string& temp_path,
+                  const std::string& target_path);
+bool set_time(const OperationLog& log, const std::string& path, std::int64_t time);
+void log_upload_end(const OperationLog& log, const std::string& target_path);
+
+// Whether there is a directory at `path` now: a missing one is made, with its parents. False, with
+// errno telling why it couldn't be made.
+bool make_directory(const std::string& path);
 
 bool is_directory(const std::string& path);
 

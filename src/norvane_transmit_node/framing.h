@@ -11,24 +11,26 @@
 
 // `tails` is an array of one resizable sequence of bytes for each tail that is moved.
 template <typename Row, typename Tails>
-NorvaneTransmitNode::Taken NorvaneTransmitNode::take(Connection& connection,
+NorvaneTransmitNode::Taken NorvaneTransmitNode::take(const OperationLog& log,
+                                                     Connection& connection,
                                                      typename Row::Request& request, Tails& tails) {
     if constexpr (Row::tail_count == 0) {
-        return take_record<Row>(connection, request);
+        return take_record<Row>(log, connection, request);
     } else {
-        return take_record_and_tails<Row>(connection, request, tails);
+        return take_record_and_tails<Row>(log, connection, request, tails);
     }
 }
 
 template <typename Row>
-NorvaneTransmitNode::Taken NorvaneTransmitNode::take_record(Connection& connection,
+NorvaneTransmitNode::Taken NorvaneTransmitNode::take_record(const OperationLog& log,
+                                                            Connection& connection,
                                                             typename Row::Request& request) {
     if (connection.recv_buffer_size() < sizeof request) {
         return Taken::incomplete;
     }
     const bool taken = Row::framing == message::Framing::header_dropped
-                           ? drop_received(connection, sizeof request)
-                           : move_received(connection, &request, sizeof request);
+                           ? drop_received(log, connection, sizeof request)
+                           : move_received(log, connection, &request, sizeof request);
     if (!taken) {
         return Taken::failed;
     }
@@ -39,12 +41,12 @@ NorvaneTransmitNode::Taken NorvaneTransmitNode::take_record(Connection& connecti
 
 template <typename Row, typename Tails>
 NorvaneTransmitNode::Taken NorvaneTransmitNode::take_record_and_tails(
-    Connection& connection, typename Row::Request& request, Tails& tails) {
+    const OperationLog& log, Connection& connection, typename Row::Request& request, Tails& tails) {
     const std::uint64_t available = connection.recv_buffer_size();
     if (available < sizeof request) {
         return Taken::incomplete;
     }
-    if (!copy_received(connection, &request, sizeof request)) {
+    if (!copy_received(log, connection, &request, sizeof request)) {
         return Taken::failed;
     }
     message::to_host_order(request);
@@ -57,13 +59,13 @@ NorvaneTransmitNode::Taken NorvaneTransmitNode::take_record_and_tails(
         return Taken::incomplete;
     }
     constexpr bool drops_tails = Row::framing == message::Framing::tails_dropped;
-    if (!drop_received(connection, drops_tails ? total : sizeof request)) {
+    if (!drop_received(log, connection, drops_tails ? total : sizeof request)) {
         return Taken::failed;
     }
     for (std::size_t index = 0; index < tails.size(); ++index) {
         tails[index].resize(lengths[index]);
         if (lengths[index] != 0 &&
-            !move_received(connection, tails[index].data(), lengths[index])) {
+            !move_received(log, connection, tails[index].data(), lengths[index])) {
             return Taken::failed;
         }
     }
@@ -102,11 +104,11 @@ auto response_arguments(Response& response, std::string& tail) {
 // Takes one request of the row, has `work`, a do_handle_ member, do what it asks for and sends the
 // response, whatever its status.
 template <typename Row>
-bool NorvaneTransmitNode::serve(Connection* connection, auto work) {
+bool NorvaneTransmitNode::serve(Connection* connection, auto work, const char* handler) {
     constexpr bool has_tails = Row::framing == message::Framing::tails_moved;
     typename Row::Request request{};
     std::array<std::string, has_tails ? Row::tail_count : 0> tails;
-    const Taken taken = take<Row>(*connection, request, tails);
+    const Taken taken = take<Row>(operation_log(handler), *connection, request, tails);
     if (taken != Taken::whole) {
         return taken == Taken::incomplete;
     }

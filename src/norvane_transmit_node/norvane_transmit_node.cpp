@@ -2,7 +2,13 @@
 
 #include "kestin_base/clock.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
+
+namespace {
+
+constexpr LogSource log_source{.file = "src/norvane_transmit_node",
+                               .class_name = "NorvaneTransmitNode"};
+
+}  // namespace
 
 ObjectPool<NorvaneTransmitNode>& node_pool() {
     static ObjectPool<NorvaneTransmitNode> pool;
@@ -31,6 +37,10 @@ NorvaneTransmitNode::~NorvaneTransmitNode() {
     release_event();
 }
 
+OperationLog NorvaneTransmitNode::operation_log(const char* function) const {
+    return OperationLog(log_source, session_id(), function);
+}
+
 bool NorvaneTransmitNode::on_recv_connect_response(Connection* /*connection*/,
                                                    const char* peer_address,
                                                    std::uint16_t peer_port) {
@@ -38,8 +48,7 @@ bool NorvaneTransmitNode::on_recv_connect_response(Connection* /*connection*/,
     node_record_.set_peer(peer_address, peer_port);
     node_record_.set_user_info("{}");
     NorvaneTransmitService::instance().add_node(this);
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] tcp transmit node <%s:%d> connect",
-                     session_id(), peer_address, peer_port);
+    operation_log().debug("tcp transmit node <%s:%d> connect", peer_address, peer_port);
     return true;
 }
 
@@ -47,13 +56,12 @@ bool NorvaneTransmitNode::on_recv_disconnect_response(Connection* connection,
                                                       const char* peer_address,
                                                       std::uint16_t peer_port) {
     // Once given back, the node may serve another connection already.
-    const std::uint64_t id = session_id();
+    const OperationLog log = operation_log();
     set_connection_transmit_event(nullptr);
     NorvaneTransmitService::instance().remove_node(this);
     connection->set_user_data(nullptr);
     return_to_pool();
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] tcp transmit node <%s:%d> disconnect",
-                     id, peer_address, peer_port);
+    log.debug("tcp transmit node <%s:%d> disconnect", peer_address, peer_port);
     return true;
 }
 
@@ -71,14 +79,13 @@ void NorvaneTransmitNode::set_connection_transmit_event(TcpEventBase* event) {
     if (event == transmit_event_) {
         return;
     }
+    const OperationLog log = operation_log();
     if (transmit_event_ != nullptr) {
-        kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] clear user data (%s)", session_id(),
-                         transmit_event_->event_name());
+        log.debug("clear user data (%s)", transmit_event_->event_name());
         reset_transfer();
     }
     if (event != nullptr) {
-        kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] set user data (%s)", session_id(),
-                         event->event_name());
+        log.debug("set user data (%s)", event->event_name());
         transmit_event_ = event;
     }
 }

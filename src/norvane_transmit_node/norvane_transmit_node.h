@@ -8,7 +8,6 @@
 
 #include "aes_ecb/aes_ecb.h"
 #include "kestin_base/file_system.h"
-#include "kestin_base/log.h"
 #include "src/message/catalogue.h"
 #include "src/message/payload_key.h"
 #include "src/message/status.h"
@@ -18,6 +17,7 @@
 #include "src/shared/live_node_record.h"
 #include "src/shared/node_record.h"
 #include "src/shared/object_pool.h"
+#include "src/shared/operation_log.h"
 #include "src/tcp_event/download_file_tcp_event.h"
 #include "src/tcp_event/tcp_event_base.h"
 #include "src/tcp_event/upload_file_tcp_event.h"
@@ -65,33 +65,32 @@ class NorvaneTransmitNode : public INorvaneSession {
     void return_to_pool();
     void turn_rate_window();
 
+    // The log of the operation that the caller begins.
+    OperationLog operation_log(const char* function = __builtin_FUNCTION()) const;
+
     // How every request leaves the receive buffer and is answered: framing.h.
-    bool copy_received(Connection& connection, void* destination, std::uint64_t length);
-    bool move_received(Connection& connection, void* destination, std::uint64_t length);
-    bool drop_received(Connection& connection, std::uint64_t length);
+    static bool copy_received(const OperationLog& log, Connection& connection, void* destination,
+                              std::uint64_t length);
+    static bool move_received(const OperationLog& log, Connection& connection, void* destination,
+                              std::uint64_t length);
+    static bool drop_received(const OperationLog& log, Connection& connection,
+                              std::uint64_t length);
     template <typename Row, typename Tails>
-    Taken take(Connection& connection, typename Row::Request& request, Tails& tails);
+    Taken take(const OperationLog& log, Connection& connection, typename Row::Request& request,
+               Tails& tails);
     template <typename Row>
-    Taken take_record(Connection& connection, typename Row::Request& request);
+    Taken take_record(const OperationLog& log, Connection& connection,
+                      typename Row::Request& request);
     template <typename Row, typename Tails>
-    Taken take_record_and_tails(Connection& connection, typename Row::Request& request,
-                                Tails& tails);
+    Taken take_record_and_tails(const OperationLog& log, Connection& connection,
+                                typename Row::Request& request, Tails& tails);
     template <typename Row>
-    bool serve(Connection* connection, auto work);
+    bool serve(Connection* connection, auto work, const char* handler = __builtin_FUNCTION());
     template <typename Response>
     bool send_response(Connection* connection, Response response, std::string_view tail = {});
 
-    // Steps of several requests: file_steps.cpp. Each logs its failures; the level is that of a
-    // failure.
-    bool find_storage(std::uint32_t storage_id);
     template <typename Event>
-    Event* find_event();
-    message::Status examine_path(const std::string& path, Kestin::Base::PathFacts& facts);
-    message::Status refuse_access(const std::string& path);
-    bool remove_file(KESTIN_LOG_LEVEL level, const std::string& path);
-    bool put_in_place(const std::string& temp_path, const std::string& target_path);
-    bool set_time(const std::string& path, std::int64_t time);
-    void log_upload_end(const std::string& target_path);
+    Event* find_event(const OperationLog& log);
 
     // One pair a request. A handle_ member takes the request out of the buffer, has the work done
     // and answers; its false ends the connection. A do_handle_ member does the work, fills in what
@@ -153,27 +152,28 @@ class NorvaneTransmitNode : public INorvaneSession {
     message::Status do_handle_cleanup_connection_request();
 
     // The conversations' own steps, each beside its handlers.
-    message::Status begin_upload(UploadClaim claim, const std::string& target_path,
-                                 const std::string& temp_path,
+    message::Status begin_upload(const OperationLog& log, UploadClaim claim,
+                                 const std::string& target_path, const std::string& temp_path,
                                  const UploadAnnouncement& announcement, std::int64_t& offset);
-    message::Status prepare_temporary_file(const std::string& target_path,
-                                           const std::string& temp_path,
-                                           const UploadAnnouncement& announcement,
-                                           std::int64_t& offset);
-    message::Status finish_temporary_file(const std::string& target_path,
-                                          const std::string& temp_path, std::int64_t size);
-    message::Status finish_upload(const FinishedUpload& upload);
+    static message::Status prepare_temporary_file(const OperationLog& log,
+                                                  const std::string& target_path,
+                                                  const std::string& temp_path,
+                                                  const UploadAnnouncement& announcement,
+                                                  std::int64_t& offset);
+    static message::Status finish_temporary_file(const OperationLog& log,
+                                                 const std::string& target_path,
+                                                 const std::string& temp_path, std::int64_t size);
+    static message::Status finish_upload(const OperationLog& log, const FinishedUpload& upload);
     bool send_download_file_data(Connection* connection, DownloadFileTcpEvent* event);
     bool send_download_data_response(Connection* connection, message::Status status,
                                      std::string_view data);
     struct DownloadChunk;
-    message::Status read_chunk(Connection& connection, DownloadFileTcpEvent& event,
-                               DownloadChunk& chunk) const;
+    message::Status read_chunk(const OperationLog& log, Connection& connection,
+                               DownloadFileTcpEvent& event, DownloadChunk& chunk) const;
     bool send_chunk(Connection& connection, const DownloadChunk& chunk);
     bool end_download(Connection* connection, message::Status status);
     bool encipher(std::string_view& payload, ByteArray& ciphered) const;
     bool decipher(std::span<const std::uint8_t>& block, ByteArray& plain) const;
-    bool rename_path(const std::string& from, const std::string& to);
 
     LiveNodeRecord node_record_;
     RateWindow rate_window_;

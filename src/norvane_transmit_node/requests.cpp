@@ -3,7 +3,6 @@
 #include "kestin_base/byte_stream.h"
 #include "src/norvane_transmit_node/framing.h"
 #include "src/norvane_transmit_node/upload_blocks.h"
-#include "src/shared/log_place.h"
 
 // The map of the protocol: which message goes to which handler, and which handler has which work.
 
@@ -63,20 +62,20 @@ bool NorvaneTransmitNode::on_recv_data(Connection* connection) {
     if (connection == nullptr) {
         return false;
     }
+    const OperationLog log = operation_log();
     for (RateWindow::Mark before; before != rate_window_.mark();) {
         before = rate_window_.mark();
         std::uint16_t type = 0;
         if (connection->recv_buffer_size() < sizeof type) {
             return true;
         }
-        if (!copy_received(*connection, &type, sizeof type)) {
+        if (!copy_received(log, *connection, &type, sizeof type)) {
             return false;
         }
         Kestin::Base::ByteStream::net_to_host(&type, sizeof type);
         const Handler handler = Dispatch::handler_of(type);
         if (handler == nullptr) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] unknown message type (%u)",
-                           session_id(), type);
+            log.error("unknown message type (%u)", type);
             return false;
         }
         if (!(this->*handler)(connection)) {
@@ -86,30 +85,28 @@ bool NorvaneTransmitNode::on_recv_data(Connection* connection) {
     return true;
 }
 
-bool NorvaneTransmitNode::copy_received(Connection& connection, void* destination,
-                                        std::uint64_t length) {
+bool NorvaneTransmitNode::copy_received(const OperationLog& log, Connection& connection,
+                                        void* destination, std::uint64_t length) {
     if (!connection.recv_buffer_copy_len(destination, length)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer copy len failed",
-                       session_id());
+        log.error("recv buffer copy len failed");
         return false;
     }
     return true;
 }
 
-bool NorvaneTransmitNode::move_received(Connection& connection, void* destination,
-                                        std::uint64_t length) {
+bool NorvaneTransmitNode::move_received(const OperationLog& log, Connection& connection,
+                                        void* destination, std::uint64_t length) {
     if (!connection.recv_buffer_move_len(destination, length)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer move len failed",
-                       session_id());
+        log.error("recv buffer move len failed");
         return false;
     }
     return true;
 }
 
-bool NorvaneTransmitNode::drop_received(Connection& connection, std::uint64_t length) {
+bool NorvaneTransmitNode::drop_received(const OperationLog& log, Connection& connection,
+                                        std::uint64_t length) {
     if (!connection.recv_buffer_drop_len(length)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer drop len failed",
-                       session_id());
+        log.error("recv buffer drop len failed");
         return false;
     }
     return true;
@@ -124,11 +121,11 @@ bool NorvaneTransmitNode::handle_upload_file_prepare_request(Connection* connect
 // A block that went well has no answer; one that failed ends whatever transfer there is, and those
 // behind it are looked at anew.
 bool NorvaneTransmitNode::handle_upload_file_data_request(Connection* connection) {
+    const OperationLog log = operation_log();
     const std::uint64_t available = connection->recv_buffer_size();
     const std::uint8_t* received = connection->recv_buffer_front(available);
     if (received == nullptr) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] recv buffer move len failed",
-                       session_id());
+        log.error("recv buffer move len failed");
         return false;
     }
     const UploadBlocks blocks = UploadBlocks::in({received, available});
@@ -139,7 +136,7 @@ bool NorvaneTransmitNode::handle_upload_file_data_request(Connection* connection
     const message::Status status = do_handle_upload_file_data_request(blocks.all(), handled);
     const std::uint64_t length = UploadBlocks::length_on_wire(blocks.all().first(handled));
     rate_window_.count_in(length);
-    if (!drop_received(*connection, length)) {
+    if (!drop_received(log, *connection, length)) {
         return false;
     }
     if (status == message::status_ok) {
@@ -164,7 +161,8 @@ bool NorvaneTransmitNode::handle_download_file_prepare_request(Connection* conne
 // The answer is the stream of data responses, whose first batch goes out at once.
 bool NorvaneTransmitNode::handle_download_file_data_request(Connection* connection) {
     message::DownloadFileDataRequest request{};
-    const Taken taken = take_record<message::DownloadFileData>(*connection, request);
+    const Taken taken =
+        take_record<message::DownloadFileData>(operation_log(), *connection, request);
     if (taken != Taken::whole) {
         return taken == Taken::incomplete;
     }

@@ -2,13 +2,11 @@
 #include "src/norvane_transmit_node/file_steps.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 message::Status NorvaneTransmitNode::do_handle_get_storage_information_request(
     std::string& document) {
     if (!NorvaneTransmitService::instance().make_storage_information(document)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] make storage information failed",
-                       session_id());
+        operation_log().error("make storage information failed");
         return message::status_make_storage_information_failed;
     }
     return message::status_ok;
@@ -25,21 +23,20 @@ message::Status NorvaneTransmitNode::do_handle_get_norvane_node_count_request(
 // A hidden storage is a good one.
 message::Status NorvaneTransmitNode::do_handle_check_storage_id_request(
     const message::CheckStorageIdRequest& request) {
-    return find_storage(request.storage_id) ? message::status_ok
-                                            : message::status_invalid_storage_id;
+    return find_storage(operation_log(), request.storage_id) ? message::status_ok
+                                                             : message::status_invalid_storage_id;
 }
 
 message::Status NorvaneTransmitNode::do_handle_create_directory_request(
     const message::PathRequest& request, const std::string& path) {
-    if (!find_storage(request.storage_id)) {
+    const OperationLog log = operation_log();
+    if (!find_storage(log, request.storage_id)) {
         return message::status_invalid_storage_id;
     }
     const std::string directory = NorvaneTransmitService::instance().make_transmit_path(
         request.storage_id, request.user_id, path.c_str(), true);
-    Kestin::Base::kestin_create_directory_recursive(directory);
-    if (!is_directory(directory)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] create directory failed (%s)",
-                       session_id(), directory.c_str());
+    if (!make_directory(directory)) {
+        log.error(system_cause(), "create directory failed (%s)", directory.c_str());
         return message::status_create_directory_failed;
     }
     return message::status_ok;

@@ -4,14 +4,14 @@
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
 #include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/norvane_transmit_node/upload_blocks.h"
-#include "src/shared/log_place.h"
 
 // Plain blocks are written all at once. An enciphered one is written while what it became is still
 // in the cache.
 message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
     std::span<const UploadFileTcpEvent::Block> blocks, std::size_t& handled) {
     handled = 1;
-    auto* event = find_event<UploadFileTcpEvent>();
+    const OperationLog log = operation_log();
+    auto* event = find_event<UploadFileTcpEvent>(log);
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
@@ -20,8 +20,7 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
     if (event->encrypted()) {
         plain = blocks.front();
         if (!plain.empty() && !decipher(plain, buffers.converted)) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] decrypt data failed (%s)",
-                           session_id(), event->target_path().c_str());
+            log.error("decrypt data failed (%s)", event->target_path().c_str());
             return message::status_decrypt_failed;
         }
         blocks = {&plain, 1};
@@ -31,11 +30,11 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
         return message::status_ok;
     }
     const std::size_t written = event->write(blocks);
+    const SystemCause cause = system_cause();
     buffers.give_back_large();
     handled = std::min(written + 1, blocks.size());
     if (written < blocks.size()) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] write file failed (%s)", session_id(),
-                       event->target_path().c_str());
+        log.error(cause, "write file failed (%s)", event->target_path().c_str());
         return message::status_write_failed;
     }
     event->update_node_record(node_record_);

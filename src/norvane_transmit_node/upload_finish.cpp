@@ -52,15 +52,15 @@ void set_aside(const std::string& temp_path, const std::string& aside_path) {
 }  // namespace
 
 message::Status NorvaneTransmitNode::do_handle_upload_file_finish_request() {
-    auto* event = find_event<UploadFileTcpEvent>();
+    const OperationLog log = operation_log();
+    auto* event = find_event<UploadFileTcpEvent>(log);
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
     FinishedUpload upload(*event);
     if (!event->close()) {
         // Of what was written nothing is known to be stored.
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] write file failed (%s)", session_id(),
-                       upload.target_path.c_str());
+        log.error(system_cause(), "write file failed (%s)", upload.target_path.c_str());
         upload.written_size = 0;
     }
     upload.is_stamped = event->is_stamped();
@@ -68,52 +68,52 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_finish_request() {
         event->spare_target();
     }
     set_connection_transmit_event(nullptr);
-    return finish_upload(upload);
+    return finish_upload(log, upload);
 }
 
-message::Status NorvaneTransmitNode::finish_upload(const FinishedUpload& upload) {
+message::Status NorvaneTransmitNode::finish_upload(const OperationLog& log,
+                                                   const FinishedUpload& upload) {
     const std::string& target_path = upload.target_path;
     const auto facts = upload.target_stands ? kestin_look_at(target_path.c_str()) : PathFacts{};
     if (facts.is_directory) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] path is a directory (%s)",
-                       session_id(), target_path.c_str());
+        log.error("path is a directory (%s)", target_path.c_str());
         return message::status_path_is_directory;
     }
     const FileFacts target = facts_of_file(facts);
     if (target.exists && target.time == upload.file_time && target.size == upload.file_size) {
-        log_upload_end(target_path);
+        log_upload_end(log, target_path);
         record_upload(target_path, upload.file_size);
         if (kestin_access_safe(upload.temp_path.c_str())) {
-            remove_file(KESTIN_LOG_WARNING, upload.temp_path);
+            remove_file(log, KESTIN_LOG_WARNING, upload.temp_path);
         }
         return message::status_ok;
     }
     if (target.exists) {
-        remove_file(KESTIN_LOG_WARNING, target_path);
+        remove_file(log, KESTIN_LOG_WARNING, target_path);
     }
     if (upload.written_size != upload.file_size) {
         record_unexpected_size(target_path, upload.written_size, upload.file_size);
     }
     if (upload.written_size < upload.file_size) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] file is incomplete", session_id());
+        log.error("file is incomplete");
         set_aside(upload.temp_path, target_path + ".incomplete");
         return message::status_file_incomplete;
     }
     if (upload.written_size > upload.file_size) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] file is overflow", session_id());
+        log.error("file is overflow");
         set_aside(upload.temp_path, target_path + ".overflow");
         return message::status_file_overflow;
     }
     // The record has its line before the rename is tried.
     record_upload(target_path, upload.file_size);
-    if (!put_in_place(upload.temp_path, target_path)) {
-        set_time(upload.temp_path, upload.file_time);
+    if (!put_in_place(log, upload.temp_path, target_path)) {
+        set_time(log, upload.temp_path, upload.file_time);
         return message::status_rename_failed;
     }
     // A time that can't be set doesn't undo a file that is in place.
     if (!upload.is_stamped) {
-        set_time(target_path, upload.file_time);
+        set_time(log, target_path, upload.file_time);
     }
-    log_upload_end(target_path);
+    log_upload_end(log, target_path);
     return message::status_ok;
 }

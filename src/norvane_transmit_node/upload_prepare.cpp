@@ -4,9 +4,7 @@
 #include "src/norvane_transmit_node/file_steps.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
-using Kestin::Base::kestin_create_directory_recursive;
 using Kestin::Base::kestin_unlink_safe;
 
 namespace {
@@ -16,15 +14,6 @@ std::string parent_of(const std::string& path) {
     return path.substr(0, std::max<std::size_t>(separator, 1));
 }
 
-// A directory that isn't there is made.
-bool has_directory(const std::string& path) {
-    if (is_directory(path)) {
-        return true;
-    }
-    kestin_create_directory_recursive(path);
-    return is_directory(path);
-}
-
 }  // namespace
 
 // The claim comes before anything on the disk is changed: a temporary file that another upload
@@ -32,7 +21,8 @@ bool has_directory(const std::string& path) {
 message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
     const message::UploadFilePrepareRequest& request, const std::string& path,
     message::UploadFilePrepareResponse& response) {
-    if (!find_storage(request.storage_id)) {
+    const OperationLog log = operation_log();
+    if (!find_storage(log, request.storage_id)) {
         return message::status_invalid_storage_id;
     }
     const auto& service = NorvaneTransmitService::instance();
@@ -40,8 +30,7 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
         service.make_transmit_path(request.storage_id, request.user_id, path.c_str(), true);
     const std::string temp_path = target_path + service.get_temp_file_suffix();
     if (temp_path.size() > longest_transfer_path) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to write failed (%s)",
-                       session_id(), temp_path.c_str());
+        log.error(SystemCause{ENAMETOOLONG}, "open file to write failed (%s)", temp_path.c_str());
         return message::status_open_write_failed;
     }
     UploadClaim claim;
@@ -49,8 +38,7 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
     const auto target_facts = Kestin::Base::kestin_look_at(target_path.c_str());
     // A root that isn't there yet is no place for a file: its temporary file would lie outside.
     if (target_facts.is_directory || is_root(request.storage_id, request.user_id, target_path)) {
-        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE, "[%I64u] path is a directory (%s)",
-                       session_id(), target_path.c_str());
+        log.warning("path is a directory (%s)", target_path.c_str());
         return message::status_path_is_directory;
     }
 
@@ -61,18 +49,16 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
             kestin_unlink_safe(temp_path.c_str());
         }
         response.offset = target.size;
-        log_upload_end(target_path);
+        log_upload_end(log, target_path);
         record_upload(target_path, target.size);
         return message::status_ok;
     }
     if (!is_claimed) {
-        kestin_run_log(KESTIN_LOG_WARNING, LOG_PLACE,
-                       "[%I64u] other node is uploading same file (%s)", session_id(),
-                       target_path.c_str());
+        log.warning("other node is uploading same file (%s)", target_path.c_str());
         return message::status_file_in_use;
     }
-    const bool target_stays = target.exists && !remove_file(KESTIN_LOG_WARNING, target_path);
-    return begin_upload(std::move(claim), target_path, temp_path,
+    const bool target_stays = target.exists && !remove_file(log, KESTIN_LOG_WARNING, target_path);
+    return begin_upload(log, std::move(claim), target_path, temp_path,
                         {.encrypted = request.encrypted != 0,
                          .file_size = request.file_size,
                          .file_time = request.file_time,
@@ -81,36 +67,36 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
 }
 
 // A transfer that was running on this node ends here and not before: every failure leaves it be.
-message::Status NorvaneTransmitNode::begin_upload(UploadClaim claim, const std::string& target_path,
+message::Status NorvaneTransmitNode::begin_upload(const OperationLog& log, UploadClaim claim,
+                                                  const std::string& target_path,
                                                   const std::string& temp_path,
                                                   const UploadAnnouncement& announcement,
                                                   std::int64_t& offset) {
     UploadFileTcpEvent::Pointer event = UploadFileTcpEvent::acquire();
     if (event == nullptr) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] acquire new upload event failed (%s)",
-                       session_id(), UploadFileTcpEvent::name);
+        log.error("acquire new upload event failed (%s)", UploadFileTcpEvent::name);
         return message::status_acquire_event_failed;
     }
     if (!event->create(temp_path)) {
-        const auto status = prepare_temporary_file(target_path, temp_path, announcement, offset);
+        const auto status =
+            prepare_temporary_file(log, target_path, temp_path, announcement, offset);
         if (status != message::status_file_incomplete) {
             return status;
         }
     }
     if (!event->open(std::move(claim), target_path, temp_path, offset, announcement)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] open file to write failed (%s)",
-                       session_id(), temp_path.c_str());
+        log.error(system_cause(), "open file to write failed (%s)", temp_path.c_str());
         return message::status_open_write_failed;
     }
     set_connection_transmit_event(event.release());
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "[%I64u] upload file begin (%s)", session_id(),
-                     target_path.c_str());
+    log.debug("upload file begin (%s)", target_path.c_str());
     return message::status_file_incomplete;
 }
 
 // As a rule the temporary file can simply be made. Where it can't, one may be there already, or its
 // folder isn't yet.
-message::Status NorvaneTransmitNode::prepare_temporary_file(const std::string& target_path,
+message::Status NorvaneTransmitNode::prepare_temporary_file(const OperationLog& log,
+                                                            const std::string& target_path,
                                                             const std::string& temp_path,
                                                             const UploadAnnouncement& announcement,
                                                             std::int64_t& offset) {
@@ -119,29 +105,29 @@ message::Status NorvaneTransmitNode::prepare_temporary_file(const std::string& t
         {}, temporary, {.size = announcement.file_size, .time = announcement.file_time});
     if (plan != UploadPlan::start_over) {
         offset = temporary.size;
-    } else if (temporary.exists && !remove_file(KESTIN_LOG_ERROR, temp_path)) {
+    } else if (temporary.exists && !remove_file(log, KESTIN_LOG_ERROR, temp_path)) {
         return message::status_delete_failed;
     }
     if (plan == UploadPlan::finish_temporary) {
-        return finish_temporary_file(target_path, temp_path, temporary.size);
+        return finish_temporary_file(log, target_path, temp_path, temporary.size);
     }
     const std::string parent = parent_of(target_path);
-    if (!has_directory(parent)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "[%I64u] create directory failed (%s)",
-                       session_id(), parent.c_str());
+    if (!make_directory(parent)) {
+        log.error(system_cause(), "create directory failed (%s)", parent.c_str());
         return message::status_create_directory_failed;
     }
     return message::status_file_incomplete;
 }
 
 // An earlier upload wrote all of it and broke off before its finish.
-message::Status NorvaneTransmitNode::finish_temporary_file(const std::string& target_path,
+message::Status NorvaneTransmitNode::finish_temporary_file(const OperationLog& log,
+                                                           const std::string& target_path,
                                                            const std::string& temp_path,
                                                            std::int64_t size) {
-    if (!put_in_place(temp_path, target_path)) {
+    if (!put_in_place(log, temp_path, target_path)) {
         return message::status_rename_failed;
     }
-    log_upload_end(target_path);
+    log_upload_end(log, target_path);
     record_upload(target_path, size);
     return message::status_ok;
 }

@@ -4,10 +4,8 @@
 #include <array>
 #include <sstream>
 
-#include "kestin_base/log.h"
 #include "kestin_base/xml.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 namespace configuration {
 namespace {
@@ -162,17 +160,17 @@ Fault read_storages(Xml& document, StorageTable& storages) {
 }  // namespace configuration
 
 bool NorvaneTransmitService::parse_configuration() {
-    const auto check = [](const configuration::Fault& fault) {
+    const OperationLog log = operation_log();
+    const auto check = [&log](const configuration::Fault& fault) {
         if (fault) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "%s", fault->c_str());
+            log.error("%s", fault->c_str());
         }
         return !fault;
     };
-    const auto load = [](Kestin::Base::Xml& document, const std::string& filename) {
+    const auto load = [&log](Kestin::Base::Xml& document, const std::string& filename) {
         const bool loaded = document.load(filename.c_str());
         if (!loaded) {
-            kestin_run_log(KESTIN_LOG_CRITICAL, LOG_PLACE, "load failed, filename:{%s}",
-                           filename.c_str());
+            log.critical("load failed, filename:{%s}", filename.c_str());
         }
         return loaded;
     };

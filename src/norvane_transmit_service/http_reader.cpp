@@ -1,7 +1,5 @@
-#include "kestin_base/log.h"
 #include "src/norvane_transmit_service/http_scan.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 namespace {
 
@@ -10,13 +8,23 @@ constexpr std::string_view shortest_request = "GET / HTTP/1.1";
 // The time that a peer has for its next request, from the connection's start or the last answer.
 constexpr std::uint64_t request_seconds = 30;
 
+bool drop_http_data(const OperationLog& log, Kestin::Net::TcpConnectionBase& connection,
+                    std::uint64_t length) {
+    const bool dropped = connection.recv_buffer_drop_len(length);
+    if (!dropped) {
+        log.error("recv_buffer_drop_len failed");
+    }
+    return dropped;
+}
+
 }  // namespace
 
 // Keeps nothing between calls but what it leaves in the receive buffer.
 bool NorvaneTransmitService::recv_http_data(Kestin::Net::TcpConnectionBase* connection,
                                             bool stop_on_handler_failure) {
+    const OperationLog log = operation_log();
     if (connection == nullptr) {
-        kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "connection is nullptr");
+        log.debug("connection is nullptr");
         return false;
     }
     const std::uint64_t size = connection->recv_buffer_size();
@@ -26,13 +34,14 @@ bool NorvaneTransmitService::recv_http_data(Kestin::Net::TcpConnectionBase* conn
     }
     std::string bytes(size, '\0');
     if (!connection->recv_buffer_copy_len(bytes.data(), size)) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "recv_buffer_copy_len failed");
+        log.error("recv_buffer_copy_len failed");
         return false;
     }
-    return serve_http_requests(*connection, bytes, stop_on_handler_failure);
+    return serve_http_requests(log, *connection, bytes, stop_on_handler_failure);
 }
 
-bool NorvaneTransmitService::serve_http_requests(Kestin::Net::TcpConnectionBase& connection,
+bool NorvaneTransmitService::serve_http_requests(const OperationLog& log,
+                                                 Kestin::Net::TcpConnectionBase& connection,
                                                  const std::string& bytes,
                                                  bool stop_on_handler_failure) {
     HttpScanner scanner(bytes);
@@ -44,36 +53,27 @@ bool NorvaneTransmitService::serve_http_requests(Kestin::Net::TcpConnectionBase&
             return true;
         }
         if (!handle_http(&connection, std::string(step.url))) {
-            kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "handle_http error");
+            log.debug("handle_http error");
             if (stop_on_handler_failure) {
                 return false;
             }
         }
-        if (!drop_http_data(connection, step.drop)) {
+        if (!drop_http_data(log, connection, step.drop)) {
             return false;
         }
         expect_http_request(connection);
     }
     if (step.kind == HttpStep::Kind::wait) {
-        return drop_http_data(connection, step.drop);
+        return drop_http_data(log, connection, step.drop);
     }
     if (step.kind == HttpStep::Kind::too_long) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "http head too long");
+        log.error("http head too long");
     } else {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "invalid http data: {%s}", bytes.c_str());
+        log.error("invalid http data: {%s}", bytes.c_str());
     }
     return false;
 }
 
 void NorvaneTransmitService::expect_http_request(Kestin::Net::TcpConnectionBase& connection) {
     connection.expect_within(HttpScanner::head_limit, request_seconds);
-}
-
-bool NorvaneTransmitService::drop_http_data(Kestin::Net::TcpConnectionBase& connection,
-                                            std::uint64_t length) {
-    const bool dropped = connection.recv_buffer_drop_len(length);
-    if (!dropped) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "recv_buffer_drop_len failed");
-    }
-    return dropped;
 }

@@ -1,8 +1,6 @@
 #include "kestin_base/file.h"
-#include "kestin_base/log.h"
 #include "src/command_line/http_status.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 namespace {
 
@@ -17,9 +15,9 @@ std::string head_of(const std::string& status, const std::string& content_type,
            line("Content-Length: " + std::to_string(size)) + line("");
 }
 
-bool log_refusal(bool is_taken) {
+bool log_refusal(const OperationLog& log, bool is_taken) {
     if (!is_taken) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "send_buffer_fill_len failed");
+        log.error("send_buffer_fill_len failed");
     }
     return is_taken;
 }
@@ -31,13 +29,14 @@ bool NorvaneTransmitService::send_http_data(Kestin::Net::TcpConnectionBase* conn
                                             const void* data, std::uint64_t size,
                                             const std::string& status,
                                             const std::string& content_type) {
+    const OperationLog log = operation_log();
     if (connection == nullptr) {
-        kestin_run_log(KESTIN_LOG_DEBUG, LOG_PLACE, "connection is nullptr");
+        log.failure(KESTIN_LOG_DEBUG, {}, "connection is nullptr");
         return false;
     }
     std::string answer = head_of(status, content_type, size);
     answer.append(static_cast<const char*>(data), size);
-    return log_refusal(connection->send_buffer_fill_len(answer.data(), answer.size()));
+    return log_refusal(log, connection->send_buffer_fill_len(answer.data(), answer.size()));
 }
 
 bool NorvaneTransmitService::send_http_file(Kestin::Net::TcpConnectionBase& connection,
@@ -45,7 +44,8 @@ bool NorvaneTransmitService::send_http_file(Kestin::Net::TcpConnectionBase& conn
                                             const std::string& content_type) {
     const auto size = static_cast<std::uint64_t>(file.size_at_open());
     const std::string head = head_of(http_status::ok, content_type, size);
-    return log_refusal(connection.send_buffer_fill_file(head, file.descriptor(), size));
+    return log_refusal(operation_log(),
+                       connection.send_buffer_fill_file(head, file.descriptor(), size));
 }
 
 bool NorvaneTransmitService::send_status_page(Kestin::Net::TcpConnectionBase* connection,

@@ -3,9 +3,7 @@
 #include <array>
 #include <new>
 
-#include "kestin_base/log.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
-#include "src/shared/log_place.h"
 
 namespace {
 
@@ -15,14 +13,17 @@ constexpr std::uint64_t idle_seconds = 0;
 // Callbacks wait for disks, so that more of them run than there are processors.
 constexpr std::uint64_t thread_count = 10;
 
+constexpr LogSource log_source{.file = "src/norvane_transmit_service",
+                               .class_name = "NorvaneTransmitService"};
+
 // Runs what serves a connection; false, which ends the connection, also if there is no memory for
 // it. Every other exception is a fault of the program and ends it.
 template <typename Callback>
-bool within_memory(Callback callback) {
+bool within_memory(const OperationLog& log, Callback callback) {
     try {
         return callback();
     } catch (const std::bad_alloc&) {
-        kestin_run_log(KESTIN_LOG_CRITICAL, LOG_PLACE, "out of memory, the connection ends");
+        log.critical("out of memory, the connection ends");
         return false;
     }
 }
@@ -43,29 +44,31 @@ NorvaneTransmitService::~NorvaneTransmitService() {
     exit();
 }
 
+OperationLog NorvaneTransmitService::operation_log(const char* function) {
+    return OperationLog(log_source, 0, function);
+}
+
 bool NorvaneTransmitService::init(const std::string& root) {
     exit();
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init begin");
+    const OperationLog log = operation_log();
+    log.debug("tcp transmit service init begin");
     running_ = true;
     root_directory_ = root;
     if (!parse_configuration()) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
-                       "tcp transmit service init failure: parse configuration failure");
+        log.error("tcp transmit service init failure: parse configuration failure");
         exit();
         return false;
     }
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service transmit listen on (%s:%d)",
-                     settings_.host.c_str(), settings_.transmit_port);
+    log.debug("tcp transmit service transmit listen on (%s:%d)", settings_.host.c_str(),
+              settings_.transmit_port);
     if (!listen()) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
-                       "tcp transmit service init failure: start tcp manager (%d, %d) failure",
-                       settings_.transmit_port, settings_.command_port);
+        log.error("tcp transmit service init failure: start tcp manager (%d, %d) failure",
+                  settings_.transmit_port, settings_.command_port);
         exit();
         return false;
     }
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service command listen on (%d)",
-                     settings_.command_port);
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service init success");
+    log.debug("tcp transmit service command listen on (%d)", settings_.command_port);
+    log.debug("tcp transmit service init success");
     return true;
 }
 
@@ -78,16 +81,17 @@ void NorvaneTransmitService::exit() {
     if (!running_) {
         return;
     }
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service exit begin");
+    const OperationLog log = operation_log();
+    log.debug("tcp transmit service exit begin");
     // From here on every callback refuses, so that none touches what is taken away below.
     running_ = false;
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp manager exit begin");
+    log.debug("tcp manager exit begin");
     tcp_manager_.exit();
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp manager exit end");
+    log.debug("tcp manager exit end");
     forget_configuration();
     release_all_nodes();
     clear_upload_files();
-    kestin_debug_log(KESTIN_LOG_DEBUG, LOG_PLACE, "tcp transmit service exit end");
+    log.debug("tcp transmit service exit end");
 }
 
 bool NorvaneTransmitService::on_connect(Kestin::Net::TcpConnectionBase* /*connection*/,
@@ -106,10 +110,10 @@ bool NorvaneTransmitService::on_accept(Kestin::Net::TcpConnectionBase* connectio
     }
     NorvaneTransmitNode* node = NorvaneTransmitNode::acquire_transmit_node();
     if (node == nullptr) {
-        kestin_run_log(KESTIN_LOG_CRITICAL, LOG_PLACE, "acquire tcp transmit node failure");
+        operation_log().critical("acquire tcp transmit node failure");
         return false;
     }
-    if (!within_memory([&] { return node->recv_connect_response(connection); })) {
+    if (!within_memory(operation_log(), [&] { return node->recv_connect_response(connection); })) {
         // A node that was bound goes back to the pool.
         on_close(connection);
         return false;
@@ -123,7 +127,7 @@ bool NorvaneTransmitService::on_recv(Kestin::Net::TcpConnectionBase* connection)
         return false;
     }
     NorvaneTransmitNode* node = find_node(connection);
-    return within_memory([&] {
+    return within_memory(operation_log(), [&] {
         return node != nullptr ? node->on_recv_data(connection) : recv_http_data(connection, false);
     });
 }
@@ -134,7 +138,8 @@ bool NorvaneTransmitService::on_send(Kestin::Net::TcpConnectionBase* connection)
     }
     // Without a node there is nothing to continue: HTTP answers are written whole.
     NorvaneTransmitNode* node = find_node(connection);
-    return node == nullptr || within_memory([&] { return node->on_send_data(connection); });
+    return node == nullptr ||
+           within_memory(operation_log(), [&] { return node->on_send_data(connection); });
 }
 
 bool NorvaneTransmitService::on_close(Kestin::Net::TcpConnectionBase* connection) {

@@ -15,6 +15,7 @@
 #include "src/norvane_transmit_service/settings.h"
 #include "src/norvane_transmit_service/storage.h"
 #include "src/shared/node_record.h"
+#include "src/shared/operation_log.h"
 #include "src/shared/transmit_statistics.h"
 
 class NorvaneTransmitNode;
@@ -70,6 +71,9 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     NorvaneTransmitService();
     ~NorvaneTransmitService() override;
 
+    // The log of the operation that the caller begins.
+    static OperationLog operation_log(const char* function = __builtin_FUNCTION());
+
     bool parse_configuration();
     bool listen();
     void forget_configuration();
@@ -82,11 +86,10 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     // The command port. Of the readers a false ends the connection; of all that answer it means
     // that the answer, which goes out whole or not at all, couldn't be sent.
     bool recv_http_data(Kestin::Net::TcpConnectionBase* connection, bool stop_on_handler_failure);
-    bool serve_http_requests(Kestin::Net::TcpConnectionBase& connection, const std::string& bytes,
-                             bool stop_on_handler_failure);
+    bool serve_http_requests(const OperationLog& log, Kestin::Net::TcpConnectionBase& connection,
+                             const std::string& bytes, bool stop_on_handler_failure);
     // Gives the peer the usual time and space for its next request.
     static void expect_http_request(Kestin::Net::TcpConnectionBase& connection);
-    static bool drop_http_data(Kestin::Net::TcpConnectionBase& connection, std::uint64_t length);
     bool handle_http(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
     bool answer_command(Kestin::Net::TcpConnectionBase* connection, const std::string& text);
     bool answer_file(Kestin::Net::TcpConnectionBase* connection, const std::string& url);

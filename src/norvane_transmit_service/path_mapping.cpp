@@ -4,11 +4,9 @@
 #include <cctype>
 #include <vector>
 
-#include "kestin_base/log.h"
 #include "kestin_base/path.h"
 #include "kestin_base/strings.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 namespace {
 
@@ -78,8 +76,7 @@ std::string NorvaneTransmitService::make_transmit_path(std::uint32_t storage_id,
                                                        bool lower) const {
     const auto storage = storages_.find(storage_id);
     if (storage == storages_.end()) {
-        kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE,
-                       "make transmit path failure, invalid storage id: %d", storage_id);
+        operation_log().error("make transmit path failure, invalid storage id: %d", storage_id);
         return {};
     }
     const std::string cleaned = clean_path(path);

@@ -1,14 +1,13 @@
-#include "kestin_base/log.h"
 #include "kestin_base/xml.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
-#include "src/shared/log_place.h"
 
 // <root><storage id="2" name="Public"/>...</root>, in rising order of ids.
 bool NorvaneTransmitService::make_storage_information(std::string& document) const {
+    const OperationLog log = operation_log();
     document.clear();
-    const auto check = [](bool done, const char* step, const char* name) {
+    const auto check = [&log](bool done, const char* step, const char* name) {
         if (!done) {
-            kestin_run_log(KESTIN_LOG_ERROR, LOG_PLACE, "%s <%s> failed", step, name);
+            log.error("%s <%s> failed", step, name);
         }
         return done;
     };
