@@ -1,5 +1,6 @@
 #include "client/command_port.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 
@@ -46,10 +47,12 @@ Result<std::size_t> body_size(std::string_view head) {
 Result<std::string> receive_answer(detail::Socket& socket) {
     std::string text;
     std::size_t head = std::string::npos;
-    while ((head = text.find(end_of_head)) == std::string::npos) {
+    std::size_t searched = 0;
+    while ((head = text.find(end_of_head, searched)) == std::string::npos) {
         if (text.size() > longest_head) {
             return bad_http("has no end of its head");
         }
+        searched = text.size() - std::min(text.size(), end_of_head.size() - 1);
         if (auto received = receive_more(socket, text); !received) {
             return received.error();
         }
@@ -59,6 +62,7 @@ Result<std::string> receive_answer(detail::Socket& socket) {
         return size.error();
     }
     text.erase(0, head + end_of_head.size());
+    text.reserve(*size);
     while (text.size() < *size) {
         if (auto received = receive_more(socket, text); !received) {
             return received.error();

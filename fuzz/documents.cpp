@@ -66,5 +66,6 @@ void run(std::string_view input) {
     } while (data.remaining_bytes() > 0);
     std::string list;
     make_transmit_list_document(records, list);
-    require(transmit::cli::read_nodes(list).size() >= records.size(), "the client sees every node");
+    const auto rows = transmit::cli::read_nodes(list);
+    require(rows && rows->size() >= records.size(), "the client sees every node");
 }

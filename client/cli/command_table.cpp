@@ -46,7 +46,7 @@ constexpr auto mv_examples =
 
 constexpr auto top_examples =
     R"(  transmit top files.example.org               until Ctrl-C
-  transmit top --once --json                   the server's documents, once)";
+  transmit top --once --json                   the same for programs, once)";
 
 std::string target_rule() {
     return "a folder if it ends in /, exists as one, or takes several files; else the name that "

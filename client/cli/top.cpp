@@ -2,101 +2,101 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <limits>
+#include <iostream>
 
 #include "client/cli/commands.h"
 #include "client/cli/interrupt.h"
 #include "client/cli/server.h"
-#include "client/cli/server_report.h"
 #include "client/cli/terminal.h"
-#include "client/cli/text.h"
+#include "client/cli/top_view.h"
 #include "client/command_port.h"
 
 namespace transmit::cli {
 namespace {
 
-struct Documents {
-    std::string statistics;
-    std::string nodes;
-};
+Error no_document(const char* name) {
+    return {ErrorKind::bad_answer, 0, std::string("the command port's answer is no ") + name};
+}
 
-Result<Documents> fetch(const Common& common, std::uint16_t port) {
-    const Endpoint command_port{common.defaults.server.host, port};
-    auto statistics = fetch_document(command_port, "/sys/transmit_statistics", wait_limits(common));
+// The totals come second: asking for the list is what refreshes the server's figures.
+Result<Look> look_once(const Common& common, const Endpoint& command_port) {
+    const auto list = fetch_document(command_port, "/sys/transmit_list", wait_limits(common));
+    if (!list) {
+        return list.error();
+    }
+    const auto statistics =
+        fetch_document(command_port, "/sys/transmit_statistics", wait_limits(common));
     if (!statistics) {
         return statistics.error();
     }
-    auto nodes = fetch_document(command_port, "/sys/transmit_list", wait_limits(common));
+    auto nodes = read_nodes(*list);
     if (!nodes) {
-        return nodes.error();
+        return no_document("transmit list");
     }
-    return Documents{*std::move(statistics), *std::move(nodes)};
+    const auto totals = read_statistics(*statistics);
+    if (!totals) {
+        return no_document("statistics document");
+    }
+    const NodeCounts excess = excess_of(*nodes, totals->counts);
+    return Look{*totals, *std::move(nodes), excess};
 }
 
-// Lines of the terminal on standard output that are left for connections.
-std::size_t free_lines() {
-    constexpr std::size_t head_lines = 5;
+// Looks again while the two documents disagree: a connection may have come or gone between them.
+Result<Look> look_at_server(const Common& common, std::uint16_t port) {
+    constexpr int most_looks = 3;
+    const Endpoint command_port{common.defaults.server.host, port};
+    auto look = look_once(common, command_port);
+    for (int looks = 1; look && look->excess != NodeCounts{} && looks < most_looks; ++looks) {
+        look = look_once(common, command_port);
+    }
+    return look;
+}
+
+// Of the terminal on standard output. Its last line is left to the cursor.
+Screen screen_size(bool refreshed) {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row <= head_lines) {
-        return std::numeric_limits<std::size_t>::max();
+    Screen screen;
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) {
+        return screen;
     }
-    return size.ws_row - head_lines;
-}
-
-void print(const StatisticsReport& totals) {
-    std::printf("%s\n%llu uploads at %s/s, %llu downloads at %s/s, %llu other connections\n\n",
-                shown(totals.time).c_str(), static_cast<unsigned long long>(totals.uploads),
-                shown_size(totals.upload_speed).c_str(),
-                static_cast<unsigned long long>(totals.downloads),
-                shown_size(totals.download_speed).c_str(),
-                static_cast<unsigned long long>(totals.messages));
-}
-
-void print(const NodeReport& node) {
-    std::printf("%-21s  %-8s  %12s  %5.1f %%  %10s  %s\n", shown(node.peer).c_str(),
-                shown(node.type).c_str(), (shown_size(node.speed) + "/s").c_str(), node.progress,
-                shown_size(static_cast<double>(node.size)).c_str(), shown(node.name).c_str());
-}
-
-void print_tables(const Documents& documents, std::size_t lines) {
-    if (const auto totals = read_statistics(documents.statistics)) {
-        print(*totals);
+    if (size.ws_col > 0) {
+        screen.columns = size.ws_col;
     }
-    std::printf("%-21s  %-8s  %12s  %7s  %10s  %s\n", "PEER", "TYPE", "SPEED", "DONE", "SIZE",
-                "FILE");
-    const auto nodes = read_nodes(documents.nodes);
-    for (std::size_t index = 0; index < std::min(nodes.size(), lines); ++index) {
-        print(nodes[index]);
+    if (refreshed && size.ws_row > 0) {
+        screen.lines = size.ws_row - 1U;
     }
+    return screen;
 }
 
 // False if standard output takes no more.
-bool print(const Documents& documents, bool json, bool refreshed) {
+bool print(const Look& look, bool json, bool refreshed) {
     if (json) {
-        std::printf("%s\n%s\n", documents.statistics.c_str(), documents.nodes.c_str());
-    } else if (refreshed) {
-        std::printf("\033[H\033[2J");
-        print_tables(documents, free_lines());
+        print_line(statistics_json(look.totals));
+        print_line(nodes_json(look.nodes));
     } else {
-        print_tables(documents, std::numeric_limits<std::size_t>::max());
+        const std::string text = top_view(look, screen_size(refreshed));
+        std::printf("%s%s", refreshed ? "\033[H\033[2J" : "", text.c_str());
     }
-    return std::fflush(stdout) == 0;
+    return std::fflush(stdout) == 0 && std::cout.good();
 }
 
 }  // namespace
 
 ExitCode top(const Common& common, const TopCommand& command) {
     const bool refreshed = !command.once && !common.json && isatty(STDOUT_FILENO);
+    ExcessWatch watch;
     do {
-        const auto documents = fetch(common, command.command_port);
-        if (!documents && documents.error().kind != ErrorKind::cancelled) {
-            complain("", documents.error());
-            return exit_code(documents.error());
+        auto look = look_at_server(common, command.command_port);
+        if (!look && look.error().kind != ErrorKind::cancelled) {
+            complain("", look.error());
+            return exit_code(look.error());
         }
-        if (documents && !print(*documents, common.json, refreshed)) {
-            return ExitCode::other_error;
+        if (look) {
+            watch.mark(look->nodes, look->excess);
+            if (!print(*look, common.json, refreshed)) {
+                return ExitCode::other_error;
+            }
         }
         if (command.once || interrupted()) {
             break;

@@ -26,6 +26,7 @@ test('a transfer reads as complete only when it is', () => {
   assert.equal(formatPercent(99.9999), '99.9 %');
   assert.equal(formatPercent(100), '100.0 %');
   assert.equal(formatPercent(33.3), '33.3 %');
+  for (const percent of [100.5, 2.5e300]) assert.equal(formatPercent(percent), 'over 100 %');
 });
 
 test('marks of a scale are round and reach the peak', () => {
@@ -45,7 +46,7 @@ test('what can hide or reorder text is spelled out, foreign scripts stay', () =>
 });
 
 const client = (fields) => ({ id: '1', address: '192.0.2.7', port: 1, type: 'message', speed: 0, file: '',
-  size: 0, progress: 0, userInformation: {}, userText: '{}', repaired: false, ...fields });
+  size: 0, progress: 0, userInformation: {}, userText: '{}', doubt: null, ...fields });
 const upload = client({ type: 'upload', file: '/s/Report.pdf', size: 1000, progress: 25, speed: 50,
   userInformation: { user: 'ann', level: 3 }, address: '192.0.2.10' });
 const download = client({ type: 'download', file: '/s/b.iso', size: 4000, progress: 50, speed: 10, address: '192.0.2.9' });
@@ -59,6 +60,7 @@ test('what a client does follows from type, file and speed', () => {
 
 test('the remaining time is known only while data moves', () => {
   assert.equal(remainingSeconds(upload), 15);
+  for (const progress of [Infinity, NaN, -1]) assert.equal(remainingSeconds({ ...upload, progress }), null);
   assert.equal(remainingSeconds(silent), null);
   assert.equal(remainingSeconds(client({ type: 'download', file: 'f', size: 9, progress: 100.5, speed: 1 })), 0);
 });
@@ -85,6 +87,8 @@ test('sorting counts numbers as numbers and keeps equals in their order', () => 
   const sorted = (column, descending = false) => sortClients(all, { column, descending });
   assert.deepEqual(sorted('address'), [ended, silent, download, upload]);
   assert.deepEqual(sorted('speed', true), [upload, download, ended, silent]);
+  const unknown = client({ file: 'f', size: NaN });
+  assert.deepEqual(sortClients([upload, unknown, silent], { column: 'size' }), [unknown, silent, upload]);
   assert.deepEqual(sorted('phase'), [upload, download, silent, ended]);
   assert.deepEqual(sorted('remaining'), [upload, download, ended, silent]);
   assert.deepEqual(all, [upload, ended, download, silent]);

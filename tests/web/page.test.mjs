@@ -4,7 +4,7 @@
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 import { Browser, chromium } from './support/browser.mjs';
-import { CommandPort, listDocument } from './support/command_port.mjs';
+import { CommandPort, listDocument, record } from './support/command_port.mjs';
 
 const MiB = 1024 * 1024;
 const upload = { id: 1, ip: '192.0.2.7', port: 52114, type: 'upload', speed: 10 * MiB,
@@ -107,26 +107,40 @@ pageTest('names and user information are shown as text and nothing else', async 
 });
 
 pageTest('a list that is no JSON still shows its clients', async (port, page) => {
-  port.show([{ ...upload, filename: '/srv/say "hi".txt' }, { ...download, user_info: '{"cut":"of' }, idle]);
-  port.list = port.list.replace(']}', ',{"node_id":oops}]}');
+  port.show([{ ...upload, filename: '/srv/say "hi".txt', progress: Infinity },
+    { ...download, user_info: '{"cut":"of}', progress: 250 }, { ...upload, progress: -3 }]);
   await page.until(rowsAre(3));
-  assert.ok((await page.text('#rows tr:nth-child(1) .file')).includes('say "hi".txt'));
-  assert.match(await page.text('#rows tr:nth-child(1) .file'), /may be forged/);
-  assert.match(await page.text('#rows tr:nth-child(2) .user'), /broken JSON/);
-  assert.match(await page.text('#unreadable'), /1 record .*\n.*oops/s);
+  const rows = await page.texts('#rows tr');
+  const rowOf = (text) => rows.find((row) => row.includes(text));
+  assert.match(rowOf('say "hi".txt'), /192\.0\.2\.7:52114.*400 MiB\s+\?/s);
+  assert.match(rowOf('{"cut":"of}'), /over 100 %.*broken JSON/s);
+  assert.match(rowOf('backup.tar'), /400 MiB\s+\?/);
+  assert.equal(await page.evaluate("document.getElementById('excess').hidden"), true);
+  for (const row of rows) assert.doesNotMatch(row, /forged/);
 
   port.list = Buffer.concat([Buffer.from(listDocument([{ ...upload, filename: '/srv/' }]).split('/srv/')[0]),
     Buffer.from([0xff, 0xfe]), Buffer.from(listDocument([{ ...upload, filename: '/srv/' }]).split('/srv/')[1])]);
   await page.until(shows('#rows .file', '\uFFFD\uFFFD'));
-  assert.equal(await page.evaluate("document.getElementById('unreadable').hidden"), true);
   assert.deepEqual(page.complaints, []);
 });
 
-pageTest('records imitated within a name are pointed out', async (port, page) => {
-  port.show([upload]);
-  port.list = listDocument([upload, idle]);
-  await page.until("!document.getElementById('forged').hidden");
-  assert.match(await page.text('#forged'), /1 client more/);
+pageTest('records and figures imitated within a text are pointed out', async (port, page) => {
+  const forged = record({ ...idle, ip: '10.9.8.7' });
+  port.show([upload, { ...download, user_info: `{}},${forged.slice(0, -1)}` }, idle]);
+  await page.until("!document.getElementById('excess').hidden");
+  assert.match(await page.text('#excess'), /shows 1 client without a transfer more than the server counts/);
+  const [first, second, third, fourth] = await page.texts('#rows tr');
+  assert.doesNotMatch(first, /forged/);
+  assert.match(second, /file, size, progress and user may be forged/);
+  assert.match(third, /^10\.9\.8\.7:40000\s+may be forged/);
+  assert.match(fourth, /^192\.0\.2\.20:40000\s+may be forged/);
+  await page.screenshot('forged-record');
+
+  port.show([idle, { ...upload, filename: 'a","node_filesize":9,"node_progress":1,"node_user_info":{' }]);
+  await page.until("document.getElementById('excess').hidden");
+  await page.until("Array.from(document.querySelectorAll('#rows .address .mark')).every((mark) => mark.innerText === '')");
+  const imitated = (await page.texts('#rows tr')).find((row) => row.includes('node_filesize'));
+  assert.match(imitated, /file, size, progress and user may be forged\s+\?/);
 });
 
 pageTest('a server that goes away and comes back', async (port, page) => {

@@ -23,9 +23,14 @@ export function isMoving(client) {
   return client.file !== '' && client.type !== 'message' && client.speed > 0;
 }
 
-// Seconds until the transfer is done at its present speed; null if nothing moves.
+// A client announces the size that its progress is measured by, so any number can come out.
+export function isProgressKnown({ progress }) {
+  return Number.isFinite(progress) && progress >= 0;
+}
+
+// Seconds until the transfer is done at its present speed; null if that is not known.
 export function remainingSeconds(client) {
-  if (!isMoving(client)) return null;
+  if (!isMoving(client) || !isProgressKnown(client)) return null;
   return (client.size * Math.max(0, 100 - client.progress)) / 100 / client.speed;
 }
 
@@ -68,13 +73,15 @@ function holdsAll(client, words) {
 const natural = new Intl.Collator('en', { numeric: true });
 const phaseOrder = Object.keys(PHASES);
 const last = Number.MAX_VALUE;
+const known = (figure) => (Number.isNaN(figure) ? -1 : figure);
+const compareFigures = (a, b) => (known(a) === known(b) ? 0 : known(a) - known(b));
 
 const ORDERS = {
   address: (a, b) => natural.compare(a.address, b.address) || a.port - b.port,
   phase: (a, b) => phaseOrder.indexOf(phaseOf(a)) - phaseOrder.indexOf(phaseOf(b)),
   file: (a, b) => natural.compare(splitPath(a.file).name, splitPath(b.file).name),
-  size: (a, b) => a.size - b.size,
-  progress: (a, b) => a.progress - b.progress,
+  size: (a, b) => compareFigures(a.size, b.size),
+  progress: (a, b) => compareFigures(a.progress, b.progress),
   speed: (a, b) => a.speed - b.speed,
   remaining: (a, b) => (remainingSeconds(a) ?? last) - (remainingSeconds(b) ?? last),
   user: (a, b) => natural.compare(describeUser(a), describeUser(b)),

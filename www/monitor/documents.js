@@ -1,121 +1,71 @@
 // Reads the two documents of the command port.
 //
 // The server writes both with a fixed order of keys. In the list it doubles each backslash and
-// escapes nothing else, and it puts a client's user information in as it came. A quote in a file
-// name or a broken user information thus makes the whole list invalid JSON, and a name can repeat
-// a key, which JSON.parse would take for the value. So the list is read by its exact shape, record
-// by record: a broken text spoils its own field and nothing else.
+// escapes nothing else, and it puts a client's user information in as it came. So the list is often
+// no JSON, and a client's text can imitate parts of it. docs/monitoring.md states the rules by which
+// it is read; `transmit top` shares them (client/cli/server_report.cpp).
 
 const LIST_START = '{"transmit_nodes":[';
-const LIST_END = ']}';
-const NUMBER = String.raw`\d+(?:\.\d+)?(?:e[+-]\d+)?`;
-const HEAD_SHAPE = String.raw`\{"node_id":(?<id>\d+),"node_ip":"(?<address>[^"]{0,15})"` +
-  String.raw`,"node_port":(?<port>\d+),"node_type":"(?<type>message|upload|download)"` +
-  String.raw`,"node_speed":(?<speed>${NUMBER}),"node_filename":"`;
-const HEAD = new RegExp(HEAD_SHAPE, 'y');
-const TAIL = new RegExp(String.raw`","node_filesize":(?<size>\d+)` +
-  String.raw`,"node_progress":(?<progress>${NUMBER}),"node_user_info":`);
-const NEXT_RECORD = new RegExp(`,(?=${HEAD_SHAPE})`);
+const LAST_RECORD_END = '}]}';
+const RECORD_END = '},';
 
-// The server keeps 1023 bytes of a text; doubled backslashes at most double that. The bounds keep
-// the search for a lost end from running through the rest of a long list.
-const NAME_LIMIT = 2 * 1023;
-const INFORMATION_LIMIT = 1023;
-const SHAPE_LIMIT = 256;
+const REAL = String.raw`-?(?:\d{1,6}(?:\.\d{1,9})?(?:e[+-]\d{2,3})?|inf|nan)`;
+
+// What the server writes before a file name, and between it and user information. Neither can begin
+// within another: only their first characters hold those that they begin with.
+const HEAD = new RegExp(String.raw`\{"node_id":(?<id>\d{1,20}),"node_ip":"(?<address>[0-9.]{0,15})"`
+  + String.raw`,"node_port":(?<port>\d{1,5}),"node_type":"(?<type>message|upload|download)"`
+  + String.raw`,"node_speed":(?<speed>${REAL}),"node_filename":"`, 'g');
+const TAIL = new RegExp(String.raw`","node_filesize":(?<size>\d{1,20}),"node_progress":(?<progress>${REAL})`
+  + String.raw`,"node_user_info":(?=\{)`, 'g');
 
 export class DocumentError extends Error {}
 
-// The list as {clients, unreadable}: the records that could be read, oldest connection first, and
-// the texts of those that could not. Throws DocumentError if the text is no transmit list at all.
+// Every record of the list, oldest connection first, and whatever a client's text imitates of
+// records. Throws DocumentError if the text is no transmit list.
 //
 // A client has id (text), address, port, type ("message", "upload" or "download"), speed (bytes a
-// second), file, size (bytes), progress (percent), userInformation (object, or null if its text is
-// no JSON), userText (that text), and repaired: true if its record was no valid JSON.
+// second), file, size (bytes), progress (percent; may be negative, infinite or NaN), userInformation
+// (object, or null if its text is no JSON), userText (that text), and doubt: "texts" if file, size,
+// progress and user information can't be told apart, else null. In doubt, file holds all that the
+// client wrote, and size and progress are NaN.
 export function readTransmitList(text) {
   if (!text.startsWith(LIST_START)) throw new DocumentError('the answer is no transmit list');
-  const complete = text.endsWith(LIST_END);
-  const end = complete ? text.length - LIST_END.length : text.length;
-  const list = { clients: [], unreadable: [] };
-  let position = LIST_START.length;
-  while (position < end) {
-    const { client, recordEnd } = readRecord(text, position, end, complete);
-    if (client) list.clients.push(client);
-    else list.unreadable.push(text.slice(position, recordEnd));
-    position = recordEnd + 1;
+  const heads = Array.from(text.matchAll(HEAD));
+  return heads.map((head, index) => {
+    const begin = head.index + head[0].length;
+    const next = heads[index + 1];
+    const texts = text.slice(begin, next?.index);
+    return { ...readHead(head), ...readTexts(texts, next ? RECORD_END : LAST_RECORD_END) };
+  });
+}
+
+function readHead({ groups: { id, address, port, type, speed } }) {
+  return { id, address, port: Number(port), type, speed: readReal(speed) };
+}
+
+// What stands behind a head, up to the next: a name, a tail and user information.
+function readTexts(texts, end) {
+  const whole = texts.endsWith(end);
+  const content = whole ? texts.slice(0, -end.length) : texts;
+  const [tail, ...further] = content.matchAll(TAIL);
+  if (!whole || !tail || further.length > 0) {
+    return { file: undouble(content), size: NaN, progress: NaN, userInformation: {}, userText: '{}', doubt: 'texts' };
   }
-  return list;
-}
-
-function readRecord(text, position, end, complete) {
-  const lost = () => ({ client: null, recordEnd: nextRecord(text, position, end, end) });
-  HEAD.lastIndex = position;
-  const head = HEAD.exec(text);
-  if (!head) return lost();
-  const nameBegin = HEAD.lastIndex;
-  const tail = TAIL.exec(text.slice(nameBegin, Math.min(end, nameBegin + NAME_LIMIT + SHAPE_LIMIT)));
-  if (!tail) return lost();
-  const informationBegin = nameBegin + tail.index + tail[0].length;
-  const information = readInformation(text, informationBegin, end, complete);
-  if (!information) return lost();
-  const name = text.slice(nameBegin, nameBegin + tail.index);
-  return { client: makeClient(head, name, tail, information), recordEnd: information.end + 1 };
-}
-
-function makeClient({ groups: head }, name, { groups: tail }, information) {
+  const userText = content.slice(tail.index + tail[0].length);
   return {
-    id: head.id,
-    address: head.address,
-    port: Number(head.port),
-    type: head.type,
-    speed: Number(head.speed),
-    file: undouble(name),
-    size: Number(tail.size),
-    progress: Number(tail.progress),
-    userInformation: information.value,
-    userText: information.text,
-    repaired: name.includes('"') || information.value === null,
+    file: undouble(content.slice(0, tail.index)),
+    size: Number(tail.groups.size),
+    progress: readReal(tail.groups.progress),
+    userInformation: parseObject(userText),
+    userText,
+    doubt: null,
   };
 }
 
-// The user information that begins at a position, and where it ends: at the brace that closes its
-// object if a record's end follows there, otherwise just before the next record's beginning.
-function readInformation(text, begin, end, complete) {
-  const closed = endOfObject(text, begin, Math.min(end, begin + INFORMATION_LIMIT));
-  if (closed !== -1 && endsRecord(text, closed, end)) {
-    const information = text.slice(begin, closed);
-    const value = parseObject(information);
-    if (value) return { text: information, value, end: closed };
-  }
-  const lastEnd = complete ? end : -1;
-  const recordEnd = nextRecord(text, begin, end, lastEnd);
-  if (recordEnd === -1 || text[recordEnd - 1] !== '}') return null;
-  return { text: text.slice(begin, recordEnd - 1), value: null, end: recordEnd - 1 };
-}
-
-function endsRecord(text, position, end) {
-  if (text[position] !== '}') return false;
-  return position + 1 === end || text.startsWith(',{"node_id":', position + 1);
-}
-
-// The position of the comma before the next record within reach, or what to take if there is none.
-function nextRecord(text, position, end, otherwise) {
-  const reach = NAME_LIMIT + INFORMATION_LIMIT + 2 * SHAPE_LIMIT;
-  const next = NEXT_RECORD.exec(text.slice(position, Math.min(end, position + reach)));
-  return next ? position + next.index : otherwise;
-}
-
-// The position behind the brace that closes the object beginning at a position, or -1.
-function endOfObject(text, begin, limit) {
-  let depth = 0;
-  let quoted = false;
-  for (let at = begin; at < limit; ++at) {
-    const character = text[at];
-    if (character === '"') quoted = !quoted;
-    else if (quoted) continue;
-    else if (character === '{') ++depth;
-    else if (character === '}' && --depth === 0) return at + 1;
-  }
-  return -1;
+function readReal(text) {
+  if (text.endsWith('inf')) return text.startsWith('-') ? -Infinity : Infinity;
+  return Number(text);
 }
 
 function parseObject(text) {

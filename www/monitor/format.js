@@ -45,6 +45,7 @@ function pair(amount, size, great, small) {
 
 // Percent with one decimal, rounded down: "100.0 %" appears only when all has come.
 export function formatPercent(percent) {
+  if (percent > 100) return 'over 100 %';
   return `${(Math.floor(percent * 10 + 1e-6) / 10).toFixed(1)} %`;
 }
 

@@ -4,11 +4,12 @@
 import { SpeedCharts } from './charts.js';
 import { filterClients, sortClients } from './clients.js';
 import { byId, setText } from './dom.js';
-import { showForged, showUnreadable } from './doubts.js';
+import { ExcessWatch } from './excess.js';
 import { SpeedHistory } from './history.js';
+import { showExcess } from './notices.js';
 import { Poller } from './poll.js';
 import { readPreferences, writePreferences } from './preferences.js';
-import { fetchSnapshot, ForgeryWatch } from './snapshot.js';
+import { fetchSnapshot } from './snapshot.js';
 import { StateLine } from './state_line.js';
 import { ClientTable } from './table.js';
 import { showTotals } from './totals.js';
@@ -18,7 +19,7 @@ const CHART_SECONDS = 300;
 const choices = readPreferences();
 const history = new SpeedHistory(CHART_SECONDS);
 const charts = new SpeedCharts(CHART_SECONDS);
-const forgery = new ForgeryWatch();
+const excessWatch = new ExcessWatch();
 const state = new StateLine();
 const table = new ClientTable(choices, ({ column, descending }) => {
   Object.assign(choices, { column, descending });
@@ -41,12 +42,11 @@ function showHistory() {
 }
 
 function onAnswer(snapshot) {
-  clients = snapshot.clients;
+  clients = excessWatch.mark(snapshot.clients, snapshot.excess);
   state.fresh();
   history.add(performance.now(), snapshot.totals.uploadSpeed, snapshot.totals.downloadSpeed);
   showTotals(snapshot.totals);
-  showUnreadable(snapshot.unreadable);
-  showForged(forgery.excess(snapshot));
+  showExcess(snapshot.excess);
   showClients();
   showHistory();
 }

@@ -1,9 +1,9 @@
 // The table of the clients: one row a client, kept from one refresh to the next, so that focus,
 // selection and opened texts stay where they are.
 
-import { describeUser, isMoving, phaseOf, PHASES, remainingSeconds, splitPath } from './clients.js';
+import { describeUser, isMoving, isProgressKnown, phaseOf, PHASES, remainingSeconds, splitPath } from './clients.js';
 import { byId, element, setAttribute, setText } from './dom.js';
-import { formatDuration, formatPercent, formatSize, formatSpeed, showUnseen } from './format.js';
+import { formatDuration, formatPercent, formatSize, formatSpeed } from './format.js';
 import { setForeignText } from './long_text.js';
 
 // A browser takes long to lay out thousands of rows, and nobody reads them.
@@ -11,7 +11,7 @@ const ROWS_AT_ONCE = 200;
 
 // Each column: its title, whether figures stand in it, how a cell is made and how it is filled.
 const COLUMNS = {
-  address: { title: 'Client', fill: fillAddress },
+  address: { title: 'Client', make: makeAddress, fill: fillAddress },
   phase: { title: 'Activity', fill: fillPhase },
   file: { title: 'File', make: makeFile, fill: fillFile },
   size: { title: 'Size', figure: true, fill: fillSize },
@@ -121,8 +121,14 @@ function fillRow(row, client) {
   Object.values(COLUMNS).forEach(({ fill }, index) => fill(row.children[index], client));
 }
 
-function fillAddress(cell, { address, port }) {
-  setText(cell, `${showUnseen(address)}:${port}`);
+function makeAddress(cell) {
+  cell.append(element('span', 'peer'), element('span', 'mark'));
+}
+
+function fillAddress(cell, { address, port, doubt }) {
+  const [peer, mark] = cell.children;
+  setText(peer, `${address}:${port}`);
+  setText(mark, doubt === 'row' ? 'may be forged' : '');
 }
 
 function fillPhase(cell, client) {
@@ -138,11 +144,11 @@ function fillFile(cell, client) {
   const { folder, name } = splitPath(client.file);
   setForeignText(nameNode, name);
   setForeignText(folderNode, folder);
-  setText(mark, client.repaired && client.userInformation !== null ? 'quote in the name: figures may be forged' : '');
+  setText(mark, client.doubt === 'texts' ? 'file, size, progress and user may be forged' : '');
 }
 
 function fillSize(cell, { file, size }) {
-  setText(cell, file === '' ? '' : formatSize(size));
+  setText(cell, file === '' ? '' : Number.isNaN(size) ? '?' : formatSize(size));
 }
 
 function makeProgress(cell) {
@@ -155,10 +161,11 @@ function makeProgress(cell) {
 // A transfer whose data has stopped is reported with a progress of 0, whatever it has reached.
 function fillProgress(cell, client) {
   const [bar, text] = cell.children;
-  const known = isMoving(client);
+  const moving = isMoving(client);
+  const known = moving && isProgressKnown(client);
   bar.hidden = !known;
   bar.value = known ? Math.min(100, client.progress) : 0;
-  setText(text, known ? formatPercent(client.progress) : '');
+  setText(text, known ? formatPercent(client.progress) : moving ? '?' : '');
 }
 
 function fillSpeed(cell, client) {

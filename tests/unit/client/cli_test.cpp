@@ -6,7 +6,6 @@
 #include "client/cli/arguments.h"
 #include "client/cli/exit_code.h"
 #include "client/cli/names.h"
-#include "client/cli/server_report.h"
 #include "client/cli/settings_file.h"
 #include "client/cli/target.h"
 #include "client/cli/text.h"
@@ -138,32 +137,6 @@ TEST(Text, RatesAndCommandLines) {
     }
     EXPECT_EQ(shell_quoted({"transmit", "put", "-j4", "a b", "it's", "", "/docs/"}),
               "transmit put -j4 'a b' 'it'\\''s' '' /docs/");
-}
-
-TEST(ServerReport, OneBadNameSpoilsNoOtherRow) {
-    const auto node = [](const std::string& name, const char* info) {
-        return R"({"node_id":1,"node_ip":"192.0.2.7","node_port":5,"node_type":"upload",)"
-               R"("node_speed":1.04858e+07,"node_filename":")" +
-               name + R"(","node_filesize":7,"node_progress":37.5,"node_user_info":)" + info + "}";
-    };
-    const auto nodes = read_nodes(R"({"transmit_nodes":[)" + node("a\\\\b", "{}") + "," +
-                                  node("quo\"te", "{}") + "," + node("\xFF", R"({"u":{"v":1}})") +
-                                  "," + node("last", R"({"u":{"v":1}})") + "]}");
-    ASSERT_EQ(nodes.size(), 4U);
-    EXPECT_EQ(nodes[0].name, "a\\b");
-    EXPECT_EQ(nodes[0].peer, "192.0.2.7:5");
-    EXPECT_EQ(nodes[0].progress, 37.5);
-    EXPECT_EQ(nodes[1].name, "(unreadable)");
-    EXPECT_EQ(nodes[1].speed, 1.04858e+07);
-    EXPECT_EQ(nodes[2].type, "upload");
-    EXPECT_EQ(nodes[3].name, "last");
-    EXPECT_TRUE(read_nodes(R"({"transmit_nodes":[]})").empty());
-    EXPECT_EQ(read_nodes("{\"node_id\":garbage").size(), 1U);
-    for (const char* no_count : {"1e34", "-1", "0.5", "11111111111111111111111111111111111"}) {
-        const std::string text = R"({"node_id":1,"node_port":)" + std::string(no_count) + "}";
-        EXPECT_EQ(read_nodes(text).at(0).peer, ":0") << no_count;
-    }
-    EXPECT_FALSE(read_statistics("[]"));
 }
 
 TEST(ExitCodes, TellWhatToDoNext) {

@@ -95,7 +95,7 @@ export function listDocument(records) {
   return `{"transmit_nodes":[${records.map(record).join(',')}]}`;
 }
 
-function statisticsDocument(records) {
+export function statisticsDocument(records) {
   const of = (type) => records.filter((node) => (node.type ?? 'message') === type);
   const speeds = (type) => of(type).map((node) => node.speed ?? 0);
   const sum = (type) => general(speeds(type).reduce((total, speed) => total + speed, 0));
@@ -110,6 +110,7 @@ function statisticsDocument(records) {
 
 // A float as %g writes it.
 function general(value) {
+  if (!Number.isFinite(value)) return String(value).replace('Infinity', 'inf').toLowerCase();
   const [digits, exponent] = value.toExponential(5).split('e');
   if (exponent >= -4 && exponent < 6) return String(Number(value.toPrecision(6)));
   return `${Number(digits)}e${exponent[0]}${exponent.slice(1).padStart(2, '0')}`;
