@@ -73,7 +73,9 @@ Screen screen_size(bool refreshed) {
 bool print(const Look& look, bool json, bool refreshed) {
     if (json) {
         print_line(statistics_json(look.totals));
-        print_line(nodes_json(look.nodes));
+        for (const NodeReport& node : look.nodes) {
+            print_line(node_json(node));
+        }
     } else {
         const std::string text = top_view(look, screen_size(refreshed));
         std::printf("%s%s", refreshed ? "\033[H\033[2J" : "", text.c_str());

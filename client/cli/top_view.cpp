@@ -110,22 +110,6 @@ Json user_info_json(const std::string& text) {
     return object.is_object() && text.size() <= longest_text ? object : Json(text);
 }
 
-Json node_json(const NodeReport& node) {
-    Json object{{"node_id", node.id},
-                {"node_ip", node.address},
-                {"node_port", node.port},
-                {"node_type", name_of(node.kind)},
-                {"node_speed", number_json(node.speed)},
-                {"node_filename", node.name},
-                {"node_filesize", node.size ? Json(*node.size) : Json()},
-                {"node_progress", number_json(node.progress)},
-                {"node_user_info", node.size ? user_info_json(node.user_info) : Json()}};
-    if (node.doubt != Doubt::none) {
-        object["doubt"] = node.doubt == Doubt::row ? "row" : "texts";
-    }
-    return object;
-}
-
 }  // namespace
 
 std::string top_view(const Look& look, const Screen& screen) {
@@ -158,12 +142,20 @@ Json statistics_json(const StatisticsReport& totals) {
               {"last_data_update_time", totals.time}}}};
 }
 
-Json nodes_json(const std::vector<NodeReport>& nodes) {
-    Json list = Json::array();
-    for (const NodeReport& node : nodes) {
-        list.push_back(node_json(node));
+Json node_json(const NodeReport& node) {
+    Json object{{"node_id", node.id},
+                {"node_ip", node.address},
+                {"node_port", node.port},
+                {"node_type", name_of(node.kind)},
+                {"node_speed", number_json(node.speed)},
+                {"node_filename", node.name},
+                {"node_filesize", node.size ? Json(*node.size) : Json()},
+                {"node_progress", number_json(node.progress)},
+                {"node_user_info", node.size ? user_info_json(node.user_info) : Json()}};
+    if (node.doubt != Doubt::none) {
+        object["doubt"] = node.doubt == Doubt::row ? "row" : "texts";
     }
-    return {{"transmit_nodes", list}};
+    return object;
 }
 
 }  // namespace transmit::cli

@@ -27,9 +27,10 @@ struct Screen {
 // and without any character that could steer it. The rest of the connections is counted.
 std::string top_view(const Look& look, const Screen& screen);
 
-// The server's two documents, valid in any case: what is no number becomes null, user information
-// that is no JSON object a text, and a row in doubt says so in a member "doubt".
+// The statistics document, and one record of the list, with the server's keys. What is no number
+// becomes null, user information that is no JSON object a text, and a row in doubt says so in a
+// member "doubt".
 Json statistics_json(const StatisticsReport& totals);
-Json nodes_json(const std::vector<NodeReport>& nodes);
+Json node_json(const NodeReport& node);
 
 }  // namespace transmit::cli

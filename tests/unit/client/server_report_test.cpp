@@ -134,7 +134,7 @@ TEST(ServerReport, AnImitatedRecordMarksAllOfItsKind) {
         EXPECT_NE(view.find("shows 1 download more than the server counts"), std::string::npos);
         EXPECT_NE(view.find("\n! 192.0.2.7:666 "), std::string::npos) << view;
         EXPECT_NE(view.find("\n  192.0.2.7:5 "), std::string::npos) << view;
-        EXPECT_EQ(nodes_json(look.nodes)["transmit_nodes"][2]["doubt"], "row");
+        EXPECT_EQ(node_json(look.nodes[2])["doubt"], "row");
     }
 }
 
@@ -147,7 +147,7 @@ TEST(ServerReport, ImitatedFiguresAreNotShown) {
     EXPECT_EQ(look.nodes[0].doubt, Doubt::texts);
     EXPECT_EQ(look.nodes[0].size, std::nullopt);
     EXPECT_EQ(look.nodes[1].doubt, Doubt::none);
-    EXPECT_TRUE(nodes_json(look.nodes)["transmit_nodes"][0]["node_filesize"].is_null());
+    EXPECT_TRUE(node_json(look.nodes[0])["node_filesize"].is_null());
 }
 
 TEST(ServerReport, DoubtOutlastsALookThatAgrees) {
