@@ -7,6 +7,8 @@
 #include <new>
 
 #include "kestin_base/detail/log_settings.h"
+#include "kestin_base/detail/log_text.h"
+#include "kestin_base/detail/repeat_limit.h"
 
 namespace Kestin::Base {
 namespace {
@@ -42,6 +44,12 @@ std::array<Log, 2>& logs() {
     return both;
 }
 
+// Only the run log has one: of the debug log's lines each is of another step.
+detail::RepeatLimit& run_limit() {
+    static auto& limit = *new detail::RepeatLimit;
+    return limit;
+}
+
 // What a line holds ahead of its message.
 std::string head_of(KESTIN_LOG_LEVEL level, const detail::LogOrigin& origin) {
     std::string head;
@@ -61,6 +69,26 @@ std::string head_of(KESTIN_LOG_LEVEL level, const detail::LogOrigin& origin) {
 std::string words_of(int error) {
     const char* words = ::strerrordesc_np(error);
     return words != nullptr ? words : "error " + std::to_string(error);
+}
+
+void write_with_cause(detail::LineFile& file, const std::string& text, int cause) {
+    file.write(text);
+    if (cause != 0) {
+        file.write(text + ": " + words_of(cause));
+    }
+}
+
+// Says in the run log how many lines were held back.
+void write_counts(const std::vector<detail::HeldLines>& counts) {
+    for (const auto& [kind, of_all_sessions, count] : counts) {
+        detail::LogOrigin origin = kind.origin;
+        if (of_all_sessions) {
+            origin.session = 0;
+        }
+        const char* whose = of_all_sessions ? " more of all sessions: " : " more: ";
+        logs().front().file.write(head_of(kind.level, origin) + std::to_string(count) + whose +
+                                  kind.format);
+    }
 }
 
 }  // namespace
@@ -92,6 +120,11 @@ bool LogSwitch::init(const char* config_path) {
 }
 
 void LogSwitch::exit() {
+    try {
+        write_counts(run_limit().take_all());
+    } catch (const std::bad_alloc&) {
+        // The counts are lost.
+    }
     for (Log& log : logs()) {
         log.close();
     }
@@ -106,11 +139,13 @@ void detail::write_log(LogName name, KESTIN_LOG_LEVEL level, const LogOrigin& or
     va_list arguments;
     va_start(arguments, format);
     try {
+        const auto now = std::chrono::steady_clock::now();
+        write_counts(run_limit().take_ended(now));
         std::string text = head_of(level, origin);
         append_message(text, format, arguments);
-        log.file.write(text);
-        if (origin.cause != 0) {
-            log.file.write(text + ": " + words_of(origin.cause));
+        if (name == LogName::debug ||
+            run_limit().admits({level, origin, format}, text.size(), now)) {
+            write_with_cause(log.file, text, origin.cause);
         }
     } catch (const std::bad_alloc&) {
         // The line is lost.

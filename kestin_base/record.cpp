@@ -4,6 +4,7 @@
 #include <new>
 
 #include "kestin_base/detail/line_file.h"
+#include "kestin_base/detail/log_text.h"
 
 namespace Kestin::Base {
 namespace {

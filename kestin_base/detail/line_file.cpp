@@ -4,10 +4,7 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-
 #include "kestin_base/detail/descriptor.h"
-#include "kestin_base/detail/printf_format.h"
 #include "kestin_base/file_system.h"
 #include "kestin_base/path.h"
 
@@ -18,21 +15,14 @@ namespace {
 // rotation, which must not happen at every line.
 constexpr std::chrono::seconds retry_pause{5};
 
+// How long a write may take before other threads give their lines up instead of waiting for it. So
+// a disk that hangs holds one thread, and the others for this long once.
+constexpr std::chrono::seconds patience{1};
+
 // Whether the file can be opened now; the sink itself would wait and try again.
 bool can_open(const std::string& path) {
     const int mode = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK;
     return static_cast<bool>(Descriptor(::open(path.c_str(), mode, 0666)));
-}
-
-bool is_control(unsigned char byte) {
-    return byte < 0x20 || byte == 0x7f;
-}
-
-void append_escaped(unsigned char byte, std::string& text) {
-    constexpr const char* digits = "0123456789ABCDEF";
-    text += "\\x";
-    text += digits[byte >> 4U];
-    text += digits[byte & 0xfU];
 }
 
 }  // namespace
@@ -45,10 +35,12 @@ class LineFile::Sink {
         file_.set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
     }
 
-    bool stands_at(const std::string& path) const {
-        struct stat facts {};
-        return ::stat(path.c_str(), &facts) == 0 && facts.st_ino == opened_.st_ino &&
-               facts.st_dev == opened_.st_dev;
+    // Whether the file still stands at its path and has not become shorter. The sink counts what it
+    // has written and would take a truncated file for a full one.
+    bool is_in_place(const std::string& path) {
+        const struct stat before = seen_;
+        return ::stat(path.c_str(), &seen_) == 0 && seen_.st_ino == before.st_ino &&
+               seen_.st_dev == before.st_dev && seen_.st_size >= before.st_size;
     }
 
     void write(std::string_view text) {
@@ -61,44 +53,100 @@ class LineFile::Sink {
     spdlog::file_event_handlers remember_identity() {
         spdlog::file_event_handlers handlers;
         handlers.after_open = [this](const spdlog::filename_t& /*name*/, std::FILE* stream) {
-            ::fstat(::fileno(stream), &opened_);
+            ::fstat(::fileno(stream), &seen_);
         };
         return handlers;
     }
 
-    struct stat opened_ {};
+    struct stat seen_ {};
     spdlog::sinks::rotating_file_sink_st file_;
+};
+
+// The right to use the file. A thread that doesn't get it in time goes without.
+class LineFile::Turn {
+  public:
+    explicit Turn(LineFile& file) : begin_(file.turn_begin_), hold_(file.mutex_, std::defer_lock) {
+        if (!hold_.try_lock()) {
+            const Clock::time_point begin = begin_;
+            const Clock::time_point counts_from =
+                begin == Clock::time_point() ? Clock::now() : begin;
+            [[maybe_unused]] const bool taken = hold_.try_lock_until(counts_from + patience);
+        }
+        if (hold_) {
+            begin_ = Clock::now();
+        }
+    }
+    ~Turn() {
+        if (hold_) {
+            begin_ = Clock::time_point();
+        }
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    explicit operator bool() const { return static_cast<bool>(hold_); }
+
+  private:
+    std::atomic<Clock::time_point>& begin_;
+    std::unique_lock<std::timed_mutex> hold_;
 };
 
 LineFile::LineFile() = default;
 LineFile::~LineFile() = default;
 
 bool LineFile::open(const LineFileSettings& settings) {
-    const std::lock_guard hold(mutex_);
-    settings_ = settings;
-    if (!reopen()) {
-        settings_ = {};
+    const Turn turn(*this);
+    if (!turn) {
         return false;
     }
-    return true;
+    settings_ = settings;
+    lost_lines_ = 0;
+    is_open_ = reopen();
+    return is_open_;
 }
 
+// A file whose disk hangs stays open.
 void LineFile::close() {
-    const std::lock_guard hold(mutex_);
-    sink_.reset();
-    settings_ = {};
+    if (!is_open_.exchange(false)) {
+        return;
+    }
+    if (const Turn turn(*this); turn) {
+        if (ready()) {
+            add_loss();
+        }
+        sink_.reset();
+    }
 }
 
 void LineFile::write(std::string_view text) {
-    const std::lock_guard hold(mutex_);
-    if (!ready()) {
+    if (!is_open_) {
         return;
     }
+    const Turn turn(*this);
+    if (!turn || !ready() || !add_loss() || !add(text)) {
+        ++lost_lines_;
+    }
+}
+
+bool LineFile::add(std::string_view text) {
     try {
         sink_->write(text);
+        return true;
     } catch (const std::exception&) {
         give_up();
+        return false;
     }
+}
+
+// Where lines are missing, a line says so.
+bool LineFile::add_loss() {
+    const std::uint64_t lost = lost_lines_.exchange(0);
+    if (lost == 0 || add(" Warning kestin_base LineFile::add_loss " + std::to_string(__LINE__) +
+                         ' ' + std::to_string(lost) + " lines are missing here")) {
+        return true;
+    }
+    lost_lines_ += lost;
+    return false;
 }
 
 bool LineFile::ready() {
@@ -107,8 +155,7 @@ bool LineFile::ready() {
         return sink_ != nullptr;
     }
     next_look_ = now + settings_.look_pause;
-    const bool is_in_place = sink_ != nullptr && sink_->stands_at(settings_.path);
-    return is_in_place || (!settings_.path.empty() && reopen());
+    return (sink_ != nullptr && sink_->is_in_place(settings_.path)) || reopen();
 }
 
 bool LineFile::reopen() {
@@ -130,22 +177,6 @@ bool LineFile::reopen() {
 void LineFile::give_up() {
     sink_.reset();
     next_look_ = std::chrono::steady_clock::now() + retry_pause;
-}
-
-void append_message(std::string& line, const char* format, va_list arguments) {
-    const std::string whole = format_text(format, arguments);
-    const std::string_view kept = std::string_view(whole).substr(0, max_message_size);
-    for (auto at = kept.begin(); at != kept.end();) {
-        const auto control = std::find_if(at, kept.end(), is_control);
-        line.append(at, control);
-        at = control;
-        if (at != kept.end()) {
-            append_escaped(static_cast<unsigned char>(*at++), line);
-        }
-    }
-    if (kept.size() < whole.size()) {
-        line += " ... (cut, " + std::to_string(whole.size()) + " bytes)";
-    }
 }
 
 }  // namespace Kestin::Base::detail

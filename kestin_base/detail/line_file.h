@@ -1,8 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
-#include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -35,29 +36,32 @@ class LineFile : private Uncopy {
     void close();
 
     // Adds one line, which is in the file when the call returns. Does nothing while no file is
-    // open. A line that can't be written is lost, and so are those of the `retry_pause` behind it.
-    // A file that no longer stands at its path, moved away or deleted, is given up for a new one at
-    // the next look.
+    // open. A line that can't be written is lost: the disk refuses it, did so in the last few
+    // seconds, or hangs in another thread's write. The next line that can be written comes after
+    // one that tells how many are missing. A file that was moved away, deleted or truncated is
+    // given up for a new one at the next look.
     void write(std::string_view text);
 
   private:
     class Sink;
 
+    using Clock = std::chrono::steady_clock;
+    class Turn;
+
+    bool add(std::string_view text);
+    bool add_loss();
     bool ready();
     bool reopen();
     void give_up();
 
-    std::mutex mutex_;  // held for all that follows
+    std::atomic<bool> is_open_ = false;
+    std::atomic<std::uint64_t> lost_lines_ = 0;
+    // When the thread took the mutex that has it now; the epoch while none has.
+    std::atomic<Clock::time_point> turn_begin_{};
+    std::timed_mutex mutex_;  // held for all that follows
     LineFileSettings settings_;
     std::unique_ptr<Sink> sink_;
-    std::chrono::steady_clock::time_point next_look_;
+    Clock::time_point next_look_;
 };
-
-// The longest message of a line in bytes; of a longer one the rest is cut, and the line says so.
-inline constexpr std::size_t max_message_size = 8192;
-
-// Appends a message to what a line holds so far: formatted, its control bytes shown as \xHH, cut at
-// the bound.
-void append_message(std::string& line, const char* format, va_list arguments);
 
 }  // namespace Kestin::Base::detail

@@ -1,9 +1,18 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <filesystem>
 #include <regex>
+#include <semaphore>
 #include <string>
+#include <thread>
 
+#include "kestin_base/detail/descriptor.h"
 #include "tests/support/files.h"
 #include "tests/system/server_test.h"
 
@@ -128,4 +137,86 @@ TEST_F(LogTest, TheCommandPortsReaderIsNamed) {
     EXPECT_NE(server.root().run_log().find(
                   "Error src/norvane_transmit_service NorvaneTransmitService::recv_http_data "),
               std::string::npos);
+}
+
+namespace {
+
+// What one kind of line stands for in a log: the lines themselves and those that are counted.
+std::uint64_t lines_told(const std::string& log, const std::string& line, const std::string& kind) {
+    std::uint64_t told = 0;
+    const std::regex wanted(escaped(line) +
+                            "\n|(\\d+) more(?: of all sessions)?: " + escaped(kind) + "\n");
+    for (std::sregex_iterator at(log.begin(), log.end(), wanted), end; at != end; ++at) {
+        told += (*at)[1].matched ? std::stoull((*at)[1].str()) : 1;
+    }
+    return told;
+}
+
+}  // namespace
+
+TEST_F(LogTest, AFloodOfBadRequestsIsCountedAndHidesNobody) {
+    constexpr int flood = 3000;
+    for (int number = 0; number < flood; ++number) {
+        ASSERT_EQ(peer.ask(request::check_storage_id(8)), message::status_invalid_storage_id);
+    }
+    Peer other(server.transmit_port());
+    other.ask(request::check_storage_id(9));
+    ASSERT_TRUE(await([&] { return logged("invalid storage id: 9"); }));
+    EXPECT_EQ(server.stop(), support::exited_with(0));
+    const std::string log = server.root().run_log();
+    EXPECT_LT(log.size(), 16384U);
+    EXPECT_EQ(lines_told(log, "invalid storage id: 8", "invalid storage id: %u"), flood);
+    server.start();
+}
+
+TEST_F(LogTest, AFloodFromManyConnectionsIsCounted) {
+    constexpr int flood = 500;
+    for (int number = 0; number < flood; ++number) {
+        Peer(server.transmit_port()).ask(request::check_storage_id(8));
+    }
+    EXPECT_EQ(server.stop(), support::exited_with(0));
+    const std::string log = server.root().run_log();
+    EXPECT_LT(log.size(), 65536U);
+    EXPECT_EQ(lines_told(log, "invalid storage id: 8", "invalid storage id: %u"), flood);
+    server.start();
+}
+
+// A pipe that nobody empties stands for the debug log's disk.
+TEST_F(LogTest, AHungDiskOfTheLogHoldsUpOneClientAtMost) {
+    ASSERT_EQ(server.stop(), support::exited_with(0));
+    const std::string path = server.root().path() + "log/debug.log";
+    std::filesystem::remove(path);
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    const Kestin::Base::detail::Descriptor pipe(::open(path.c_str(), O_RDONLY | O_NONBLOCK));
+    server.start();
+
+    constexpr int uploads = 200;  // each writes four lines, and a pipe holds 64 KiB
+    std::counting_semaphore<> done(0);
+    const auto upload_all = [&](std::string name) {
+        Peer client(server.transmit_port());
+        for (int number = 0; number < uploads; ++number) {
+            EXPECT_EQ(client.upload({.path = name + std::to_string(number), .size = 1}, "x"),
+                      message::status_ok);
+        }
+        done.release();
+    };
+    std::jthread clients[] = {std::jthread(upload_all, "a"), std::jthread(upload_all, "b"),
+                              std::jthread(upload_all, "c")};
+    EXPECT_TRUE(done.try_acquire_for(std::chrono::minutes(1)));
+    EXPECT_TRUE(done.try_acquire_for(std::chrono::minutes(1)));
+    EXPECT_FALSE(done.try_acquire()) << "nothing hung";
+
+    std::string text;
+    const auto empty_pipe = [&] {
+        std::array<char, 4096> bytes{};
+        const ssize_t count = ::read(pipe.number(), bytes.data(), bytes.size());
+        text.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    };
+    while (!done.try_acquire()) {
+        empty_pipe();
+    }
+    EXPECT_TRUE(await([&] {
+        empty_pipe();
+        return text.find(" lines are missing here\n") != std::string::npos;
+    }));
 }

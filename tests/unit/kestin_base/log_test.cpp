@@ -1,22 +1,34 @@
 #include "kestin_base/log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <regex>
+#include <semaphore>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "kestin_base/detail/descriptor.h"
 #include "kestin_base/detail/line_file.h"
+#include "kestin_base/detail/log_text.h"
+#include "kestin_base/detail/repeat_limit.h"
 #include "kestin_base/record.h"
 #include "tests/unit/kestin_base/temporary_folder.h"
 
 using Kestin::Base::LogSwitch;
 using Kestin::Base::Record;
 using Kestin::Base::detail::LineFile;
+using Kestin::Base::detail::LineKind;
+using Kestin::Base::detail::LogName;
+using Kestin::Base::detail::RepeatLimit;
 
 namespace {
 
@@ -41,6 +53,8 @@ class LogTest : public testing::Test {
 
     std::string run_log() const { return bytes_of(root / "log/run.log"); }
 
+    std::string debug_log() const { return bytes_of(root / "log/d.log"); }
+
     static void log(const char* text) {
         kestin_run_log(KESTIN_LOG_ERROR, "src/x", "X::y", 7, "%s", text);
     }
@@ -58,6 +72,21 @@ class LineFileTest : public testing::Test {
     const std::string path = root / "log/x.log";
     LineFile file;
 };
+
+LineKind line_of(std::uint64_t session) {
+    return {
+        .level = KESTIN_LOG_ERROR,
+        .origin = {.file = "f", .class_name = "C", .function = "g", .line = 1, .session = session},
+        .format = "%s"};
+}
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
 
 constexpr const char* stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} )";
 
@@ -88,8 +117,20 @@ TEST_F(LogTest, LevelsAreLabelledAndFilteredForEachLog) {
 
 TEST_F(LogTest, TextOfAClientCanNotForgeALine) {
     ASSERT_TRUE(start());
-    log("a\nb\r\t\x1b[2J\x7f caf\xc3\xa9");
-    EXPECT_TRUE(run_log().ends_with(" a\\x0Ab\\x0D\\x09\\x1B[2J\\x7F caf\xc3\xa9\n"));
+    const std::pair<const char*, const char*> texts[] = {
+        {"a\nb\r\t\x1b[2J\x7f", "a\\x0Ab\\x0D\\x09\\x1B[2J\\x7F"},
+        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
+        {"caf\xe9 \xa9", "caf\\xE9 \\xA9"},
+        {"control \xc2\x85\xc2\x9b", "control \\xC2\\x85\\xC2\\x9B"},
+        {"overlong \xc0\x8a \xe0\x80\x8a", "overlong \\xC0\\x8A \\xE0\\x80\\x8A"},
+        {"surrogate \xed\xa0\x80", "surrogate \\xED\\xA0\\x80"},
+        {"no code \xf4\x90\x80\x80 \xff", "no code \\xF4\\x90\\x80\\x80 \\xFF"},
+        {"short \xe2\x82", "short \\xE2\\x82"},
+    };
+    for (const auto& [text, shown] : texts) {
+        kestin_debug_log(KESTIN_LOG_DEBUG, "f", "g", 1, "%s", text);
+        EXPECT_TRUE(debug_log().ends_with(" f g 1 " + std::string(shown) + "\n")) << debug_log();
+    }
 }
 
 TEST_F(LogTest, ALongMessageIsCutVisibly) {
@@ -160,6 +201,62 @@ TEST_F(LineFileTest, AFileThatIsMovedDeletedOrTruncatedIsStartedAgain) {
     EXPECT_TRUE(std::regex_match(lines(), std::regex(std::string(stamp) + "four\n")));
 }
 
+// As by a program that copies a log and then truncates it.
+TEST_F(LineFileTest, ATruncatedFileIsNotTakenForAFullOne) {
+    ASSERT_TRUE(open());
+    const std::string line(1000, 'l');
+    for (int round = 0; round < 3; ++round) {
+        for (int count = 0; count < 900; ++count) {
+            file.write(line);
+        }
+        EXPECT_GT(lines().size(), 900'000U);
+        EXPECT_EQ(lines().find('\0'), std::string::npos);
+        std::filesystem::resize_file(path, 0);
+    }
+    EXPECT_FALSE(std::filesystem::exists(root / "log/x.1.log"));
+}
+
+// A pipe that nobody empties stands for a disk that hangs.
+TEST_F(LineFileTest, AHungDiskHoldsOneWriterAndTheLossIsTold) {
+    std::filesystem::create_directory(root / "log");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    const Kestin::Base::detail::Descriptor pipe(::open(path.c_str(), O_RDONLY | O_NONBLOCK));
+    ASSERT_TRUE(open());
+
+    constexpr int lines_of_each = 200;  // two writers' lines are more than a pipe holds
+    std::counting_semaphore<> done(0);
+    const auto write_all = [&] {
+        for (int line = 0; line < lines_of_each; ++line) {
+            file.write(std::string(1000, 'l'));
+        }
+        done.release();
+    };
+    std::jthread one(write_all);
+    std::jthread other(write_all);
+    EXPECT_TRUE(done.try_acquire_for(std::chrono::minutes(1)));
+    EXPECT_FALSE(done.try_acquire()) << "nothing hung";
+
+    std::string text;
+    const auto empty_pipe = [&] {
+        std::array<char, 4096> bytes{};
+        const ssize_t count = ::read(pipe.number(), bytes.data(), bytes.size());
+        text.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    };
+    while (!done.try_acquire()) {
+        empty_pipe();
+    }
+    file.write("the last one");
+    while (!text.ends_with("the last one\n")) {
+        empty_pipe();
+    }
+    const auto written = std::count(text.begin(), text.end(), '\n') - 2;
+    const auto lost = 2 * lines_of_each - written;
+    EXPECT_GT(lost, 0);
+    EXPECT_NE(text.find(' ' + std::to_string(lost) + " lines are missing here\n"),
+              std::string::npos)
+        << lost;
+}
+
 TEST_F(LineFileTest, AFolderThatBecomesUnusableStopsNothing) {
     ASSERT_TRUE(open());
     std::filesystem::remove_all(root / "log");
@@ -173,13 +270,13 @@ TEST_F(LogTest, FullFilesAreKeptUpToTheCount) {
     ASSERT_TRUE(start());
     const std::string message(8000, 'x');
     for (int line = 0; line < 4 * 140; ++line) {
-        log(message.c_str());
+        kestin_debug_log(KESTIN_LOG_DEBUG, "f", "g", 1, "%s", message.c_str());
     }
-    for (const char* kept : {"run.log", "run.1.log", "run.2.log"}) {
+    for (const char* kept : {"d.log", "d.1.log", "d.2.log"}) {
         EXPECT_LE(std::filesystem::file_size(root / (std::string("log/") + kept)), 1U << 20U)
             << kept;
     }
-    EXPECT_FALSE(std::filesystem::exists(root / "log/run.3.log"));
+    EXPECT_FALSE(std::filesystem::exists(root / "log/d.3.log"));
 }
 
 TEST_F(LogTest, AFullDiskLosesLinesAndNothingElse) {
@@ -199,18 +296,90 @@ TEST_F(LogTest, LinesOfManyThreadsStayWhole) {
         for (int thread = 0; thread < 4; ++thread) {
             threads.emplace_back([&message] {
                 for (int line = 0; line < 250; ++line) {
-                    log(message.c_str());
+                    kestin_debug_log(KESTIN_LOG_DEBUG, "src/x", "X::y", 7, "%s", message.c_str());
                 }
             });
         }
     }
-    std::istringstream lines(run_log());
-    const std::regex whole(std::string(stamp) + "   Error src/x X::y 7 m{300}");
+    std::istringstream lines(debug_log());
+    const std::regex whole(std::string(stamp) + "   Debug src/x X::y 7 m{300}");
     int count = 0;
     for (std::string line; std::getline(lines, line); ++count) {
         ASSERT_TRUE(std::regex_match(line, whole)) << line;
     }
     EXPECT_EQ(count, 1000);
+}
+
+TEST_F(LogTest, AFloodOfASessionIsCounted) {
+    ASSERT_TRUE(start());
+    const auto fail = [](std::uint64_t session, const char* format) {
+        Kestin::Base::detail::write_log(
+            LogName::run, KESTIN_LOG_ERROR,
+            {.file = "f", .class_name = "C", .function = "g", .line = 1, .session = session},
+            format, 1U);
+    };
+    for (int line = 0; line < 1000; ++line) {
+        fail(7, "bad id %u");
+    }
+    fail(8, "bad id %u");
+    fail(7, "bad type %u");
+    LogSwitch::instance().exit();
+    EXPECT_EQ(occurrences(run_log(), "   Error f C::g 1 [7] bad id 1\n"),
+              RepeatLimit::of_session.lines);
+    EXPECT_EQ(occurrences(run_log(), "   Error f C::g 1 [7] 995 more: bad id %u\n"), 1U);
+    EXPECT_EQ(occurrences(run_log(), "[8] bad id 1\n"), 1U);
+    EXPECT_EQ(occurrences(run_log(), "[7] bad type 1\n"), 1U);
+}
+
+// A client may open a session for each fault.
+TEST(RepeatLimitTest, ManySessionsShareABudgetOfTheKind) {
+    RepeatLimit limit;
+    const auto now = RepeatLimit::Clock::now();
+    std::uint64_t admitted = 0;
+    for (std::uint64_t session = 1; session <= 5000; ++session) {
+        admitted += limit.admits(line_of(session), 100, now) ? 1 : 0;
+    }
+    EXPECT_EQ(admitted, RepeatLimit::of_kind.lines);
+    const auto ended = limit.take_ended(now + RepeatLimit::first_window);
+    ASSERT_EQ(ended.size(), 1U);
+    EXPECT_TRUE(ended.front().of_all_sessions);
+    EXPECT_EQ(ended.front().count, 5000 - admitted);
+}
+
+TEST(RepeatLimitTest, LongLinesUseABudgetUpSooner) {
+    RepeatLimit limit;
+    const auto now = RepeatLimit::Clock::now();
+    EXPECT_TRUE(limit.admits(line_of(1), 8000, now));
+    EXPECT_FALSE(limit.admits(line_of(1), 10, now));
+}
+
+TEST(RepeatLimitTest, AFloodThatGoesOnGetsLongerWindowsUntilItEnds) {
+    RepeatLimit limit;
+    auto now = RepeatLimit::Clock::now();
+    std::uint64_t admitted = 0;
+    std::uint64_t counted = 0;
+    const auto take = [&] {
+        for (const auto& held : limit.take_ended(now)) {
+            EXPECT_FALSE(held.of_all_sessions);
+            counted += held.count;
+        }
+    };
+    constexpr std::uint64_t seconds = 3600;
+    for (std::uint64_t second = 0; second < seconds; ++second) {
+        take();
+        for (int line = 0; line < 10; ++line) {
+            admitted += limit.admits(line_of(1), 100, now) ? 1 : 0;
+        }
+        now += std::chrono::seconds(1);
+    }
+    EXPECT_LE(admitted, RepeatLimit::of_session.lines * (seconds / 16 + 5));
+    now += RepeatLimit::longest_window;
+    take();
+    EXPECT_EQ(admitted + counted, 10 * seconds);
+    now += RepeatLimit::longest_window;
+    take();
+    EXPECT_TRUE(limit.admits(line_of(1), 100, now));
+    EXPECT_TRUE(limit.take_all().empty());
 }
 
 TEST_F(LogTest, ARecordIsOneLineAnUpload) {
