@@ -12,7 +12,6 @@
 #include <string>
 #include <thread>
 
-#include "kestin_base/detail/descriptor.h"
 #include "tests/support/files.h"
 #include "tests/system/server_test.h"
 
@@ -187,7 +186,7 @@ TEST_F(LogTest, AHungDiskOfTheLogHoldsUpOneClientAtMost) {
     const std::string path = server.root().path() + "log/debug.log";
     std::filesystem::remove(path);
     ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-    const Kestin::Base::detail::Descriptor pipe(::open(path.c_str(), O_RDONLY | O_NONBLOCK));
+    const int pipe = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     server.start();
 
     constexpr int uploads = 200;  // each writes four lines, and a pipe holds 64 KiB
@@ -209,7 +208,7 @@ TEST_F(LogTest, AHungDiskOfTheLogHoldsUpOneClientAtMost) {
     std::string text;
     const auto empty_pipe = [&] {
         std::array<char, 4096> bytes{};
-        const ssize_t count = ::read(pipe.number(), bytes.data(), bytes.size());
+        const ssize_t count = ::read(pipe, bytes.data(), bytes.size());
         text.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     };
     while (!done.try_acquire()) {
@@ -219,4 +218,5 @@ TEST_F(LogTest, AHungDiskOfTheLogHoldsUpOneClientAtMost) {
         empty_pipe();
         return text.find(" lines are missing here\n") != std::string::npos;
     }));
+    ::close(pipe);
 }
