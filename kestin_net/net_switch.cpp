@@ -24,10 +24,16 @@ NetSwitch& NetSwitch::instance() {
     return net_switch;
 }
 
-void NetSwitch::run_thread_start() const {
-    if (void (*function)() = thread_start_) {
+NetSwitch::Thread::Thread() {
+    NetSwitch& net_switch = NetSwitch::instance();
+    ++net_switch.running_threads_;
+    if (void (*function)() = net_switch.thread_start_) {
         function();
     }
+}
+
+NetSwitch::Thread::~Thread() {
+    --NetSwitch::instance().running_threads_;
 }
 
 // Every send of this library asks for no signal by itself; ignoring SIGPIPE covers what writes to

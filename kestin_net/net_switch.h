@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 namespace Kestin::Net {
 
@@ -16,8 +17,20 @@ class NetSwitch {
 
     // Names what every thread that the library starts from now on runs first; none by default.
     void set_thread_start(void (*function)()) { thread_start_ = function; }
-    // On a thread of the library, before all else.
-    void run_thread_start() const;
+
+    // A thread of the library, from its beginning to its end.
+    class Thread {
+      public:
+        Thread();
+        ~Thread();
+        Thread(const Thread&) = delete;
+        Thread& operator=(const Thread&) = delete;
+    };
+
+    // How many threads of the library run. After TcpManager::exit these are the ones whose callback
+    // hangs. While there are any, the process must not destroy what callbacks use: it ends by
+    // _exit(2).
+    std::uint64_t running_threads() const { return running_threads_; }
 
     bool init();
     void exit();
@@ -27,6 +40,7 @@ class NetSwitch {
     ~NetSwitch() = default;
 
     std::atomic<void (*)()> thread_start_ = nullptr;
+    std::atomic<std::uint64_t> running_threads_ = 0;
 };
 
 }  // namespace Kestin::Net

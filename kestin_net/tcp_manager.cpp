@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
+#include <vector>
 
 #include "kestin_net/detail/event_loop.h"
 
@@ -10,6 +12,13 @@ namespace {
 
 // A year, which the clock's nanoseconds can still tell.
 constexpr std::uint64_t longest_idle_seconds = 31'536'000;
+
+// Keeps a loop whose threads hang for as long as the process lives. There is no moment at which it
+// could be freed: the threads may come back to it at any time.
+void abandon(std::unique_ptr<detail::EventLoop> loop) {
+    static auto& abandoned = *new std::vector<std::unique_ptr<detail::EventLoop>>;
+    abandoned.push_back(std::move(loop));
+}
 
 }  // namespace
 
@@ -42,6 +51,9 @@ bool TcpManager::init(std::uint64_t idle_seconds, std::uint64_t thread_count,
 }
 
 void TcpManager::exit() {
+    if (loop_ != nullptr && !loop_->stop()) {
+        abandon(std::move(loop_));
+    }
     loop_.reset();
 }
 

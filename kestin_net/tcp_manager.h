@@ -25,7 +25,11 @@ class TcpManager {
     bool set_service(TcpServiceBase* service);
 
     // Listens on all `port_count` ports (host order) of all local IPv4 addresses and starts
-    // `thread_count` threads, which run the callbacks. A port that stands there twice is listened
+    // `thread_count` threads, which run the callbacks of the first port's connections. While
+    // callbacks block some of them, others run in their place, at most 256 more
+    // (Lanes::most_blocked). Accepting on every port and the callbacks of the other ports'
+    // connections have threads of their own, and a share of the descriptors that the first port's
+    // connections can't take (DescriptorShares). A port that stands there twice is listened
     // on once. `idle_seconds`: how long a connection may stay silent; 0, for ever. True only if
     // all ports listen; on false the manager is idle again. Callbacks may begin before it returns.
     bool init(std::uint64_t idle_seconds, std::uint64_t thread_count, const std::uint16_t* ports,
@@ -36,8 +40,10 @@ class TcpManager {
     const std::string& failure() const { return failure_; }
 
     // Closes the listening sockets and all connections, each with its on_close, and ends the
-    // threads. When it returns no callback runs and none will come. Nothing to do on an idle
-    // manager.
+    // threads. Waits at most 10 s (stop_limit) for callbacks that run. When it returns, none begins
+    // any more. One that still hangs, on a disk for example, may return later: what it uses of the
+    // service must outlive it (NetSwitch::running_threads), its connection gets no on_close, and
+    // the library never frees what its thread still needs. Nothing to do on an idle manager.
     void exit();
 
   private:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "kestin_net/detail/tcp_connection.h"
 
@@ -35,18 +36,35 @@ Clock::time_point ConnectionSet::break_overdue(Clock::time_point now) {
     return earliest;
 }
 
-void ConnectionSet::close_all(Clock::time_point give_up) {
-    decltype(connections_) closing;
+void ConnectionSet::announce_ends(Clock::time_point give_up) {
+    std::vector<TcpConnection*> open;
     {
         const MutexGuard guard(mutex_);
-        closing.swap(connections_);
+        for (const auto& [address, connection] : connections_) {
+            if (!connection->is_held()) {
+                open.push_back(connection.get());
+            }
+        }
     }
-    const auto is_closed = [](const auto& entry) {
-        return entry.second->announce_end();
+    const auto has_ended = [](TcpConnection* connection) {
+        return connection->announce_end();
     };
-    while (std::erase_if(closing, is_closed), !closing.empty() && Clock::now() < give_up) {
+    while (std::erase_if(open, has_ended), !open.empty() && Clock::now() < give_up) {
         std::this_thread::sleep_for(retry_interval);
     }
+}
+
+void ConnectionSet::shut_all() {
+    const MutexGuard guard(mutex_);
+    for (const auto& [address, connection] : connections_) {
+        connection->shut();
+    }
+}
+
+void ConnectionSet::clear() {
+    decltype(connections_) closing;
+    const MutexGuard guard(mutex_);
+    closing.swap(connections_);
 }
 
 }  // namespace Kestin::Net::detail

@@ -27,9 +27,15 @@ class ConnectionSet {
     // Clock::time_point::max().
     Clock::time_point break_overdue(Clock::time_point now);
 
-    // Ends every connection with its last callback, when no other thread has one any more. A
-    // callback that the service postpones is repeated until `give_up`.
-    void close_all(Clock::time_point give_up);
+    // When no event is served any more: every connection that no thread has gets its last
+    // callback. One that the service postpones is repeated until `give_up`. The connections stay.
+    void announce_ends(Clock::time_point give_up);
+
+    // Makes every peer see an end; the connections stay.
+    void shut_all();
+
+    // Destroys every connection, when no thread has one any more.
+    void clear();
 
   private:
     Mutex mutex_;

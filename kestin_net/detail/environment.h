@@ -1,12 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include "kestin_net/detail/buffer_memory.h"
+#include "kestin_net/detail/callback_gate.h"
 #include "kestin_net/detail/connection_set.h"
 #include "kestin_net/detail/event_handler.h"
-#include "kestin_net/detail/poller.h"
-#include "kestin_net/detail/retry_queue.h"
+#include "kestin_net/detail/lane.h"
 #include "kestin_net/detail/settings.h"
 #include "kestin_net/detail/wake_timer.h"
 #include "kestin_net/tcp_service_base.h"
@@ -16,15 +17,20 @@ namespace Kestin::Net::detail {
 // What the listeners and connections of one event loop share. It outlives them all.
 struct Environment {
     Environment(TcpServiceBase& to_call, const Settings& chosen)
-        : service(to_call), settings(chosen), memory(chosen.memory_budget) {}
+        : service(to_call),
+          settings(chosen),
+          lanes(chosen.thread_count),
+          memory(chosen.memory_budget) {}
 
-    TcpServiceBase& service;
+    CallbackGate service;
     const Settings settings;
-    Poller poller;
+    Lanes lanes;
     WakeTimer timer;
-    RetryQueue retries;
     BufferMemory memory;
     ConnectionSet connections;
+
+    // How many descriptors the process had open before the first connection came.
+    std::uint64_t own_descriptors = 0;
 
     // Whose event a thread took last; only to be compared with.
     std::atomic<const EventHandler*> last_served = nullptr;

@@ -1,28 +1,77 @@
 #include "kestin_net/detail/event_loop.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <future>
+#include <memory>
 #include <system_error>
+#include <thread>
 
 #include "kestin_base/strings.h"
 #include "kestin_net/net_switch.h"
 
 namespace Kestin::Net::detail {
+namespace {
+
+// All below it are open.
+std::uint64_t lowest_free_descriptor() {
+    const Descriptor lowest(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    return lowest.is_open() ? static_cast<std::uint64_t>(lowest.number()) : 0;
+}
+
+}  // namespace
 
 // All ports listen before the first thread runs, so that no callback comes if one can't be had.
 bool EventLoop::start(std::span<const std::uint16_t> ports) {
-    return open_events() && listen(ports) && start_listeners() && start_threads();
+    if (!open_events() || !listen(ports)) {
+        return false;
+    }
+    environment_.own_descriptors = lowest_free_descriptor();
+    return start_listeners() && start_threads();
 }
 
-void EventLoop::stop() {
+bool EventLoop::stop() {
     const Clock::time_point give_up = Clock::now() + stop_limit;
-    environment_.poller.stop();
-    for (std::thread& thread : threads_) {
-        thread.join();
+    Lanes& lanes = environment_.lanes;
+    for (Listener& listener : listeners_) {
+        listener.close();
     }
-    threads_.clear();
+    const bool other_ended = lanes.other_ports.workers.stop(give_up - close_limit);
+    const bool first_ended = lanes.first_port.workers.stop(give_up - close_limit);
+    const bool announced = announce_ends(give_up);
+    if (!other_ended || !first_ended || !announced) {
+        environment_.service.close();
+        environment_.connections.shut_all();
+        return false;
+    }
+    environment_.connections.clear();
     listeners_.clear();
-    environment_.connections.close_all(give_up);
+    return true;
+}
+
+// On a thread of its own, since an on_close may hang too.
+bool EventLoop::announce_ends(Clock::time_point give_up) {
+    const auto done = std::make_shared<std::promise<void>>();
+    std::future<void> end = done->get_future();
+    std::thread announcer;
+    try {
+        announcer = std::thread([this, give_up, done] {
+            const NetSwitch::Thread counted;
+            environment_.connections.announce_ends(give_up);
+            done->set_value();
+        });
+    } catch (const std::system_error&) {
+        environment_.connections.announce_ends(give_up);
+        return true;
+    }
+    if (end.wait_until(give_up + 2 * retry_interval) != std::future_status::ready) {
+        announcer.detach();
+        return false;
+    }
+    announcer.join();
+    return true;
 }
 
 void EventLoop::handle_events(std::uint32_t) {
@@ -32,18 +81,21 @@ void EventLoop::handle_events(std::uint32_t) {
         listener.wake();
     }
     timer.wake_by(environment_.connections.break_overdue(Clock::now()));
-    timer.end_tick(environment_.poller, *this);
+    timer.end_tick(environment_.lanes.other_ports.workers.poller(), *this);
 }
 
 bool EventLoop::open_events() {
-    return (environment_.poller.open() && environment_.timer.open(environment_.poller, *this) &&
-            environment_.retries.open(environment_.poller)) ||
+    WorkerPool& first = environment_.lanes.first_port.workers;
+    WorkerPool& other = environment_.lanes.other_ports.workers;
+    return (first.open() && other.open() && environment_.timer.open(other.poller(), *this)) ||
            fail("event queue", errno);
 }
 
 bool EventLoop::listen(std::span<const std::uint16_t> ports) {
     return std::all_of(ports.begin(), ports.end(), [this](std::uint16_t port) {
-        return is_listening_on(port) || listeners_.emplace_back(environment_, port).open() ||
+        Lanes& lanes = environment_.lanes;
+        Lane& lane = listeners_.empty() ? lanes.first_port : lanes.other_ports;
+        return is_listening_on(port) || listeners_.emplace_back(environment_, lane, port).open() ||
                fail("port " + std::to_string(port), errno);
     });
 }
@@ -60,17 +112,16 @@ bool EventLoop::start_listeners() {
 }
 
 bool EventLoop::start_threads() {
+    if (environment_.settings.thread_count == 0) {
+        return fail("callback threads", EINVAL);
+    }
     try {
-        while (threads_.size() < environment_.settings.thread_count) {
-            threads_.emplace_back([this] {
-                NetSwitch::instance().run_thread_start();
-                environment_.poller.run();
-            });
-        }
+        environment_.lanes.other_ports.workers.start();
+        environment_.lanes.first_port.workers.start();
     } catch (const std::system_error& error) {
         return fail("callback threads", error.code().value());
     }
-    return !threads_.empty() || fail("callback threads", EINVAL);
+    return true;
 }
 
 bool EventLoop::fail(const std::string& what, int error) {

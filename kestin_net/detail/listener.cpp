@@ -2,6 +2,7 @@
 
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -9,6 +10,9 @@
 #include <new>
 #include <utility>
 
+#include "kestin_base/log.h"
+#include "kestin_base/strings.h"
+#include "kestin_net/detail/descriptor_shares.h"
 #include "kestin_net/detail/tcp_connection.h"
 
 namespace Kestin::Net::detail {
@@ -46,6 +50,12 @@ bool set_options(int socket) {
            set_option(socket, IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
+std::uint64_t descriptor_limit() {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    return limit.rlim_cur;
+}
+
 bool bind_any_address(int socket, std::uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -63,12 +73,12 @@ bool Listener::open() {
 }
 
 bool Listener::start() {
-    return environment_.poller.add(socket_.number(), EPOLLIN, *this);
+    return poller().add(socket_.number(), EPOLLIN, *this);
 }
 
 void Listener::handle_events(std::uint32_t) {
     for (int count = 0; count < most_accepts; ++count) {
-        const Accepted accepted = accept_one();
+        const Accepted accepted = has_place() ? accept_one() : Accepted::no_resources;
         if (accepted == Accepted::no_resources) {
             return rest();
         }
@@ -77,6 +87,10 @@ void Listener::handle_events(std::uint32_t) {
         }
     }
     arm();
+}
+
+void Listener::close() {
+    ::shutdown(socket_.number(), SHUT_RDWR);
 }
 
 void Listener::wake() {
@@ -101,6 +115,7 @@ Listener::Accepted Listener::accept_one() {
         case ENFILE:
         case ENOBUFS:
         case ENOMEM:
+            tell_rest(Base::kestin_error_text(errno));
             return Accepted::no_resources;
         default:
             return Accepted::connection;
@@ -110,15 +125,42 @@ Listener::Accepted Listener::accept_one() {
 Listener::Accepted Listener::adopt(Descriptor socket, const sockaddr_in& peer) {
     try {
         TcpConnection& connection = environment_.connections.add(
-            std::make_unique<TcpConnection>(environment_, std::move(socket), peer, port_));
+            std::make_unique<TcpConnection>(environment_, lane_, std::move(socket), peer, port_));
         return connection.start() ? Accepted::connection : Accepted::no_resources;
     } catch (const std::bad_alloc&) {
         return Accepted::no_resources;
     }
 }
 
+bool Listener::has_place() {
+    const std::uint64_t taken = lane_.connections;
+    const std::uint64_t all = places();
+    if (taken < all / 2) {
+        has_told_rest_ = false;
+    }
+    if (taken < all) {
+        return true;
+    }
+    tell_rest(std::to_string(taken) + " connections are open, which is all that the limit of " +
+              std::to_string(descriptor_limit()) + " open files leaves this port");
+    return false;
+}
+
+// Looked up each time, since the limit of a running process can be changed (prlimit(1)).
+std::uint64_t Listener::places() const {
+    const auto shares = DescriptorShares::of(descriptor_limit(), environment_.own_descriptors);
+    return &lane_ == &environment_.lanes.first_port ? shares.first_port : shares.other_ports;
+}
+
+void Listener::tell_rest(const std::string& reason) {
+    if (!std::exchange(has_told_rest_, true)) {
+        kestin_run_log(KESTIN_LOG_WARNING, "kestin_net", "Listener::tell_rest", __LINE__,
+                       "port %u accepts no more connections for now: %s", port_, reason.c_str());
+    }
+}
+
 void Listener::arm() {
-    environment_.poller.arm(socket_.number(), EPOLLIN, *this);
+    poller().arm(socket_.number(), EPOLLIN, *this);
 }
 
 void Listener::rest() {

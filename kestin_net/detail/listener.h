@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "kestin_net/detail/descriptor.h"
 #include "kestin_net/detail/environment.h"
@@ -12,12 +13,14 @@
 namespace Kestin::Net::detail {
 
 // One listening socket on all local IPv4 addresses. It makes connections of what comes, and rests
-// for a moment when descriptors or memory have run out: what waits in the backlog stays there, and
-// the connections that stand go on.
+// for a moment when its lane has no place left or the system no descriptors or memory: what waits
+// in the backlog stays there, and the connections that stand go on. The run log gets the reason,
+// once until half of the places are free again.
 class Listener final : public EventHandler {
   public:
-    Listener(Environment& environment, std::uint16_t port)
-        : environment_(environment), port_(port) {}
+    // `lane` is that of the connections; the listener itself is served by that of other ports.
+    Listener(Environment& environment, Lane& lane, std::uint16_t port)
+        : environment_(environment), lane_(lane), port_(port) {}
 
     std::uint16_t port() const { return port_; }
 
@@ -28,6 +31,9 @@ class Listener final : public EventHandler {
     bool start();
 
     void handle_events(std::uint32_t events) override;
+
+    // The port refuses connections from now on.
+    void close();
 
     // Accepts again, if the listener rests. Callable from every thread.
     void wake();
@@ -40,10 +46,17 @@ class Listener final : public EventHandler {
     void arm();
     void rest();
 
+    std::uint64_t places() const;
+    bool has_place();
+    void tell_rest(const std::string& reason);
+    Poller& poller() { return environment_.lanes.other_ports.workers.poller(); }
+
     Environment& environment_;
+    Lane& lane_;
     const std::uint16_t port_;
     Descriptor socket_;
     std::atomic<bool> rests_{false};
+    bool has_told_rest_ = false;
 };
 
 }  // namespace Kestin::Net::detail

@@ -46,20 +46,21 @@ void Poller::remove(int descriptor) {
     ::epoll_ctl(epoll_.number(), EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
-void Poller::run() {
-    while (true) {
-        epoll_event event{};
-        waiting_.fetch_add(1, std::memory_order_relaxed);
-        const int count = ::epoll_wait(epoll_.number(), &event, 1, -1);
-        waiting_.fetch_sub(1, std::memory_order_relaxed);
-        if (count != 1) {
-            continue;
-        }
-        if (event.data.ptr == nullptr) {
-            return;
-        }
-        static_cast<EventHandler*>(event.data.ptr)->handle_events(event.events);
+std::optional<Poller::Event> Poller::wait() {
+    constexpr int no_limit = -1;
+    return wait_milliseconds(no_limit);
+}
+
+std::optional<Poller::Event> Poller::wait_for(std::chrono::milliseconds limit) {
+    return wait_milliseconds(static_cast<int>(limit.count()));
+}
+
+std::optional<Poller::Event> Poller::wait_milliseconds(int limit) {
+    epoll_event event{};
+    if (::epoll_wait(epoll_.number(), &event, 1, limit) != 1) {
+        return std::nullopt;
     }
+    return Event{static_cast<EventHandler*>(event.data.ptr), event.events};
 }
 
 void Poller::stop() {

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <optional>
 
 #include "kestin_net/detail/descriptor.h"
 #include "kestin_net/detail/event_handler.h"
@@ -12,6 +13,11 @@ namespace Kestin::Net::detail {
 // so that exactly one thread has it between its event and its re-arming.
 class Poller {
   public:
+    struct Event {
+        EventHandler* handler;  // null: `stop` was called
+        std::uint32_t events;
+    };
+
     bool open();
 
     // Put a descriptor into the set, armed for `events`, and arm it anew. What is ready already
@@ -25,22 +31,20 @@ class Poller {
     // looks at a descriptor that is out. One that isn't in the set is left alone.
     void remove(int descriptor);
 
-    // Calls handlers, one event at a time, until `stop`. A thread takes no second event along, so
-    // that a handler which waits for a disk holds up nobody else's.
-    void run();
+    // Waits for one event. A thread takes no second one along, so that a handler which waits for a
+    // disk holds up nobody else's. Nothing: a signal came, or the limit passed.
+    std::optional<Event> wait();
+    std::optional<Event> wait_for(std::chrono::milliseconds limit);
 
-    // Makes every `run` return, those that begin later too.
+    // Ends every wait, those that begin later too.
     void stop();
-
-    // How many threads wait in `run` at this moment; none any more soon after `stop`.
-    std::uint64_t waiting_threads() const { return waiting_.load(std::memory_order_relaxed); }
 
   private:
     bool watch_stop_event();
+    std::optional<Event> wait_milliseconds(int limit);
 
     Descriptor epoll_;
     Descriptor stop_event_;
-    std::atomic<std::uint64_t> waiting_{0};
 };
 
 }  // namespace Kestin::Net::detail

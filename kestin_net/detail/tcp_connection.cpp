@@ -28,14 +28,16 @@ std::uint64_t total_size(std::span<const iovec> pieces) {
 
 }  // namespace
 
-TcpConnection::TcpConnection(Environment& environment, Descriptor socket, const sockaddr_in& peer,
-                             std::uint16_t listening_port)
+TcpConnection::TcpConnection(Environment& environment, Lane& lane, Descriptor socket,
+                             const sockaddr_in& peer, std::uint16_t listening_port)
     : environment_(environment),
+      lane_(lane),
       socket_(std::move(socket)),
       peer_(peer),
       listening_port_(listening_port),
       receive_buffer_(environment.memory),
       send_chain_(environment.memory) {
+    ++lane_.connections;
 }
 
 bool TcpConnection::start() {
@@ -49,7 +51,7 @@ bool TcpConnection::start() {
     if (deadline != Clock::time_point::max()) {
         environment_.timer.wake_by(deadline);
     }
-    if (!environment_.poller.add(socket_.number(), EPOLLIN | EPOLLOUT, *this)) {
+    if (!lane_.workers.poller().add(socket_.number(), EPOLLIN | EPOLLOUT, *this)) {
         end();
         return false;
     }
@@ -57,7 +59,7 @@ bool TcpConnection::start() {
 }
 
 void TcpConnection::handle_events(std::uint32_t events) {
-    const Clock::rep deadline = deadline_.exchange(no_deadline, std::memory_order_acquire);
+    const Clock::rep deadline = deadline_.exchange(held, std::memory_order_acquire);
     if (std::exchange(postponed_, false)) {
         // Bytes that wait to be offered again are enough: more are read when these were taken.
         events = EPOLLOUT | (offer_due_ ? 0U : std::uint32_t{EPOLLIN});
@@ -73,15 +75,22 @@ void TcpConnection::handle_events(std::uint32_t events) {
 
 Clock::time_point TcpConnection::break_if_overdue(Clock::time_point now) {
     Clock::rep deadline = deadline_.load(std::memory_order_relaxed);
+    if (deadline == held) {
+        return Clock::time_point::max();
+    }
     const Clock::time_point when{Clock::duration(deadline)};
     if (when > now) {
         return when;
     }
     if (deadline != broken &&
         deadline_.compare_exchange_strong(deadline, broken, std::memory_order_acq_rel)) {
-        ::shutdown(socket_.number(), SHUT_RDWR);
+        shut();
     }
     return Clock::time_point::max();
+}
+
+void TcpConnection::shut() {
+    ::shutdown(socket_.number(), SHUT_RDWR);
 }
 
 bool TcpConnection::announce_end() {
@@ -256,7 +265,7 @@ bool TcpConnection::is_finished() const {
 
 // All other threads wait for events, and none of them took one since.
 bool TcpConnection::is_alone() const {
-    return environment_.poller.waiting_threads() + 1 >= environment_.settings.thread_count &&
+    return lane_.workers.others_wait() &&
            environment_.last_served.load(std::memory_order_relaxed) == this;
 }
 
@@ -275,7 +284,7 @@ bool TcpConnection::arm() {
     const int socket = socket_.number();
     const std::uint32_t events = awaited_events();
     const Clock::time_point deadline = next_deadline();
-    Poller& poller = environment_.poller;
+    Poller& poller = lane_.workers.poller();
     WakeTimer& timer = environment_.timer;
     deadline_.store(deadline.time_since_epoch().count(), std::memory_order_release);
     if (deadline != Clock::time_point::max()) {
@@ -286,7 +295,8 @@ bool TcpConnection::arm() {
 
 // After this the connection is another thread's.
 void TcpConnection::wait_for_retry() {
-    environment_.retries.add(*this);
+    deadline_.store(no_deadline, std::memory_order_release);
+    lane_.workers.retries().add(*this);
 }
 
 std::uint32_t TcpConnection::awaited_events() const {
@@ -318,7 +328,7 @@ void TcpConnection::end() {
     if (!announce_end()) {
         return wait_for_retry();
     }
-    environment_.poller.remove(socket_.number());
+    lane_.workers.poller().remove(socket_.number());
     environment_.connections.remove(*this);
 }
 

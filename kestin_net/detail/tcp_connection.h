@@ -41,8 +41,9 @@ inline constexpr int most_stays = 64;
 // connection waits in the retry queue instead of the poller.
 class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
   public:
-    TcpConnection(Environment& environment, Descriptor socket, const sockaddr_in& peer,
+    TcpConnection(Environment& environment, Lane& lane, Descriptor socket, const sockaddr_in& peer,
                   std::uint16_t listening_port);
+    ~TcpConnection() override { --lane_.connections; }
 
     // Calls on_accept and begins the turns. False: the system refused to. Refused by whomever, the
     // connection is gone.
@@ -50,9 +51,15 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
 
     void handle_events(std::uint32_t events) override;
 
+    // Whether a thread has the connection at this moment. Callable from every thread.
+    bool is_held() const { return deadline_.load(std::memory_order_acquire) == held; }
+
     // Callable from every thread: makes the next turn the last one if the deadline has passed. The
     // deadline that still stands, or Clock::time_point::max().
     Clock::time_point break_if_overdue(Clock::time_point now);
+
+    // Makes the peer see an end, whoever has the connection. Callable from every thread.
+    void shut();
 
     // Calls on_close, if on_accept took the connection. False: the service postponed it.
     bool announce_end();
@@ -106,6 +113,7 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     void end();
 
     Environment& environment_;
+    Lane& lane_;
     const Descriptor socket_;
     const sockaddr_in peer_;
     const std::uint16_t listening_port_;
@@ -132,12 +140,14 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     };
     Expectation expectation_;
 
-    // The deadline while the socket is armed, `no_deadline` also while a thread has the connection,
-    // `broken` once it has passed. Written by the thread that gives the connection away and read
-    // by the one that gets it, it hands over all other fields too.
+    // The deadline while the socket is armed, `no_deadline` also while the connection waits for its
+    // retry, `held` while a thread has it, `broken` once the deadline has passed. Written by the
+    // thread that gives the connection away and read by the one that gets it, it hands over all
+    // other fields too.
     static constexpr Clock::rep no_deadline = Clock::time_point::max().time_since_epoch().count();
+    static constexpr Clock::rep held = no_deadline - 1;
     static constexpr Clock::rep broken = Clock::time_point::min().time_since_epoch().count();
-    std::atomic<Clock::rep> deadline_{no_deadline};
+    std::atomic<Clock::rep> deadline_{held};
 };
 
 }  // namespace Kestin::Net::detail
