@@ -36,6 +36,15 @@ Clock::time_point ConnectionSet::break_overdue(Clock::time_point now) {
     return earliest;
 }
 
+bool ConnectionSet::check_peers() {
+    bool is_any_awaited = false;
+    const MutexGuard guard(mutex_);
+    for (const auto& [address, connection] : connections_) {
+        is_any_awaited = connection->check_peer() || is_any_awaited;
+    }
+    return is_any_awaited;
+}
+
 void ConnectionSet::announce_ends(Clock::time_point give_up) {
     std::vector<TcpConnection*> open;
     {

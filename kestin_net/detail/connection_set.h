@@ -27,6 +27,10 @@ class ConnectionSet {
     // Clock::time_point::max().
     Clock::time_point break_overdue(Clock::time_point now);
 
+    // Ends each connection whose peer has vanished. True if other peers still have bytes to
+    // acknowledge.
+    bool check_peers();
+
     // When no event is served any more: every connection that no thread has gets its last
     // callback. One that the service postpones is repeated until `give_up`. The connections stay.
     void announce_ends(Clock::time_point give_up);

@@ -8,6 +8,7 @@
 #include "kestin_net/detail/connection_set.h"
 #include "kestin_net/detail/event_handler.h"
 #include "kestin_net/detail/lane.h"
+#include "kestin_net/detail/peer_watch.h"
 #include "kestin_net/detail/settings.h"
 #include "kestin_net/detail/wake_timer.h"
 #include "kestin_net/tcp_service_base.h"
@@ -20,12 +21,14 @@ struct Environment {
         : service(to_call),
           settings(chosen),
           lanes(chosen.thread_count),
+          peer_watch(chosen.peer_watch_interval, timer),
           memory(chosen.memory_budget) {}
 
     CallbackGate service;
     const Settings settings;
     Lanes lanes;
     WakeTimer timer;
+    PeerWatch peer_watch;
     BufferMemory memory;
     ConnectionSet connections;
 

@@ -80,7 +80,9 @@ void EventLoop::handle_events(std::uint32_t) {
     for (Listener& listener : listeners_) {
         listener.wake();
     }
-    timer.wake_by(environment_.connections.break_overdue(Clock::now()));
+    const Clock::time_point now = Clock::now();
+    timer.wake_by(environment_.connections.break_overdue(now));
+    timer.wake_by(environment_.peer_watch.tick(environment_.connections, now));
     timer.end_tick(environment_.lanes.other_ports.workers.poller(), *this);
 }
 

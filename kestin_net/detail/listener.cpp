@@ -30,6 +30,13 @@ constexpr int keepalive_idle = 30;
 constexpr int keepalive_interval = 10;
 constexpr int keepalive_probes = 3;
 
+// The longest pause between two retransmissions, or probes of a closed window, in milliseconds, so
+// that a vanished peer leaves several of them unanswered within Settings::silence_limit. Linux has
+// the option since 6.15 (linux/tcp.h); before that the pause grows to two minutes, and a peer that
+// vanishes long after it stopped reading is found after up to four.
+constexpr int tcp_rto_max_ms = 44;
+constexpr int longest_retry_pause = 20'000;
+
 // How long a read waits that may wait: more than a round trip of a local network.
 constexpr timeval patience{.tv_sec = 0, .tv_usec = 1000};
 
@@ -41,6 +48,7 @@ bool set_option(int socket, int level, int name, const Value& value) {
 // Accepted sockets inherit these. Buffer sizes are left to the system, which tunes them to the
 // line as long as nobody sets them.
 bool set_options(int socket) {
+    set_option(socket, IPPROTO_TCP, tcp_rto_max_ms, longest_retry_pause);
     return set_option(socket, SOL_SOCKET, SO_REUSEADDR, 1) &&
            set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1) &&
            set_option(socket, SOL_SOCKET, SO_RCVTIMEO, patience) &&

@@ -17,6 +17,11 @@ struct Settings {
     // How long a connection may stay silent in both directions; 0, for ever.
     Clock::duration idle_limit{0};
 
+    // How long a peer that has bytes to acknowledge may be silent, and how often it is looked for.
+    // The kernel probes a closed window every two minutes at least (TCP_RTO_MAX).
+    Clock::duration silence_limit = std::chrono::seconds(130);
+    Clock::duration peer_watch_interval = std::chrono::seconds(10);
+
     // Memory of all buffers together, beyond a floor that each connection always has
     // (send_chain.h: one block; receive_buffer.h: receive_floor).
     std::uint64_t memory_budget = 1024 * mebibyte;

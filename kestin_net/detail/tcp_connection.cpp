@@ -12,6 +12,8 @@
 #include <span>
 #include <utility>
 
+#include "kestin_base/log.h"
+
 namespace Kestin::Net::detail {
 namespace {
 
@@ -87,6 +89,36 @@ Clock::time_point TcpConnection::break_if_overdue(Clock::time_point now) {
         shut();
     }
     return Clock::time_point::max();
+}
+
+bool TcpConnection::check_peer() {
+    if (!has_sent_.exchange(false)) {
+        return false;
+    }
+    switch (look_at_peer(socket_.number(), environment_.settings.silence_limit)) {
+        case PeerState::answered:
+            return false;
+        case PeerState::awaited:
+            has_sent_ = true;
+            return true;
+        case PeerState::gone:
+            abort();
+            return false;
+    }
+    return false;
+}
+
+// What the peer hasn't acknowledged is thrown away at the close.
+void TcpConnection::abort() {
+    constexpr linger no_linger{.l_onoff = 1, .l_linger = 0};
+    ::setsockopt(socket_.number(), SOL_SOCKET, SO_LINGER, &no_linger, sizeof no_linger);
+    std::string address;
+    std::uint16_t port = 0;
+    get_peer_address(address, port);
+    kestin_run_log(KESTIN_LOG_WARNING, "kestin_net", "TcpConnection::check_peer", __LINE__,
+                   "%s:%u has vanished: it acknowledges nothing any more; the connection ends",
+                   address.c_str(), port);
+    shut();
 }
 
 void TcpConnection::shut() {
@@ -233,7 +265,15 @@ bool TcpConnection::has_taken(ssize_t size, std::uint64_t given) {
     }
     writable_ = static_cast<std::uint64_t>(size) == given;
     moved_ += static_cast<std::uint64_t>(size);
+    note_sent();
     return true;
+}
+
+void TcpConnection::note_sent() {
+    if (!has_sent_.load(std::memory_order_relaxed)) {
+        has_sent_ = true;
+    }
+    environment_.peer_watch.note_sent();
 }
 
 // While the memory of all is short, nothing more is asked for on top of what a peer hasn't read.

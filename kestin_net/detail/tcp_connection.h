@@ -58,6 +58,10 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     // deadline that still stands, or Clock::time_point::max().
     Clock::time_point break_if_overdue(Clock::time_point now);
 
+    // Ends the connection if bytes have been sent and the peer has vanished. True if the peer still
+    // has some to acknowledge. Callable from every thread, not from two at the same time.
+    bool check_peer();
+
     // Makes the peer see an end, whoever has the connection. Callable from every thread.
     void shut();
 
@@ -92,6 +96,8 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     bool write();
     bool write_blocks();
     bool write_file();
+    void note_sent();
+    void abort();
     bool has_taken(ssize_t size, std::uint64_t given);
 
     bool is_held_back() const { return send_chain_.is_above_mark(); }
@@ -139,6 +145,9 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
         Clock::time_point deadline = Clock::time_point::max();
     };
     Expectation expectation_;
+
+    // Whether the peer may have bytes to acknowledge.
+    std::atomic<bool> has_sent_ = false;
 
     // The deadline while the socket is armed, `no_deadline` also while the connection waits for its
     // retry, `held` while a thread has it, `broken` once the deadline has passed. Written by the
