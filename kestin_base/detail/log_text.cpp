@@ -74,7 +74,7 @@ void append_message(std::string& line, const char* format, va_list arguments) {
     std::string_view rest = std::string_view(whole).substr(0, max_message_size);
     while (!rest.empty()) {
         const auto plain_end = std::find_if_not(rest.begin(), rest.end(), is_plain);
-        std::size_t shown = static_cast<std::size_t>(plain_end - rest.begin());
+        auto shown = static_cast<std::size_t>(plain_end - rest.begin());
         if (shown == 0) {
             shown = shown_length(rest);
         }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <tuple>
 #include <vector>
 
 #include "kestin_base/log.h"
@@ -62,7 +62,10 @@ class RepeatLimit : private Uncopy {
         const char* function;
         bool of_all_sessions;
         std::uint64_t session;
-        auto operator<=>(const Key&) const = default;
+        bool operator<(const Key& other) const {
+            return std::tie(format, function, of_all_sessions, session) <
+                   std::tie(other.format, other.function, other.of_all_sessions, other.session);
+        }
     };
     struct Window {
         LineKind kind;
