@@ -49,11 +49,13 @@ std::string row_text(char mark, std::string_view peer, std::string_view kind,
     return text.str();
 }
 
-std::string row_text(const NodeReport& node) {
-    return row_text(mark_of(node.doubt), node.address + ":" + std::to_string(node.port),
-                    name_of(node.kind), speed_text(node.speed), progress_text(node.progress),
-                    node.size ? shown_size(static_cast<double>(*node.size)) : "?",
-                    shown(node.name));
+// The end of a path tells more than its beginning.
+std::string row_text(const NodeReport& node, std::size_t most) {
+    const std::string figures =
+        row_text(mark_of(node.doubt), node.address + ":" + std::to_string(node.port),
+                 name_of(node.kind), speed_text(node.speed), progress_text(node.progress),
+                 node.size ? shown_size(static_cast<double>(*node.size)) : "?", "");
+    return figures + ending(shown(node.name), most - std::min(most, columns(figures)));
 }
 
 std::string totals_text(const StatisticsReport& totals) {
@@ -118,7 +120,7 @@ std::string top_view(const Look& look, const Screen& screen) {
     const std::size_t room = screen.lines - std::min(screen.lines, lines.size());
     const std::size_t shown_rows = rows <= room ? rows : room - std::min<std::size_t>(room, 1);
     for (std::size_t row = 0; row < shown_rows; ++row) {
-        lines.push_back(row_text(look.nodes[row]));
+        lines.push_back(row_text(look.nodes[row], screen.columns));
     }
     if (shown_rows < rows) {
         lines.push_back("and " + std::to_string(rows - shown_rows) + " more");

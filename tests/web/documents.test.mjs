@@ -83,7 +83,7 @@ test('an imitated record marks all of its type', () => {
     assert.deepEqual(clients.map(({ port, doubt }) => [port, doubt]),
       [[52114, null], [52114, 'texts'], [666, 'row'], [52120, 'row']]);
     assert.deepEqual(excessSentences(excess),
-      ["The list shows 1 download more than the server counts: a client's text imitates them."]);
+      ["The list shows 1 download more than the server counts: a client's text may imitate clients."]);
   }
   const nested = { ...ann, user_info: `{"a":[${record(ann)},${record(ann)}]}` };
   assert.deepEqual(look([nested]).clients.map(({ doubt }) => doubt), ['row', 'row', 'row']);

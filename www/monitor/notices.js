@@ -11,7 +11,7 @@ export function excessSentences(excess) {
     const amount = Math.abs(number);
     const what = `${amount} ${amount === 1 ? NOUNS[type] : PLURALS[type]}`;
     return number > 0
-      ? `The list shows ${what} more than the server counts: a client's text imitates them.`
+      ? `The list shows ${what} more than the server counts: a client's text may imitate clients.`
       : `The list shows ${what} fewer than the server counts.`;
   });
 }
