@@ -14,7 +14,7 @@
 #include "src/norvane_transmit_node/upload_plan.h"
 #include "src/norvane_transmit_service/http_scan.h"
 #include "src/norvane_transmit_service/path_mapping.h"
-#include "src/norvane_transmit_service/snapshot.h"
+#include "src/roster/tally.h"
 
 namespace {
 

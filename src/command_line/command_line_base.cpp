@@ -18,7 +18,16 @@ bool split_block(const std::string& block, std::string& name, std::string& value
     return !name.empty();
 }
 
-CommandLineBase::CommandLineBase() : status_(http_status::precondition_failed) {
+namespace {
+
+std::shared_ptr<const std::string> shared(std::string document) {
+    return std::make_shared<const std::string>(std::move(document));
+}
+
+}  // namespace
+
+CommandLineBase::CommandLineBase()
+    : result_(shared("{}")), status_(http_status::precondition_failed) {
 }
 
 bool CommandLineBase::parse_block(const std::string& block) {
@@ -38,10 +47,11 @@ bool CommandLineBase::parse_block(const std::string& block) {
 }
 
 void CommandLineBase::set_error(const std::string& text) {
-    result_ = error_document(text);
+    result_ = shared(error_document(text));
 }
 
-void CommandLineBase::set_result(std::string document, const std::string& status) {
+void CommandLineBase::set_result(std::shared_ptr<const std::string> document,
+                                 const std::string& status) {
     result_ = std::move(document);
     status_ = status;
 }
@@ -59,6 +69,6 @@ void CommandLineBase::reset() {
     for (auto& [name, option] : options_) {
         option.value.clear();
     }
-    result_.clear();
+    result_ = shared({});
     status_ = http_status::precondition_failed;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 
 struct CommandLineOption {
@@ -30,7 +31,9 @@ class CommandLineBase {
     // option of this command.
     bool parse_block(const std::string& block);
 
-    const std::string& result() const { return result_; }
+    const std::string& result() const { return *result_; }
+    // The same document, for who keeps it beyond the command's release.
+    std::shared_ptr<const std::string> shared_result() const { return result_; }
     const std::string& status() const { return status_; }
 
     // Makes the result an error document; the status stays.
@@ -41,7 +44,7 @@ class CommandLineBase {
 
     // Writes result and status.
     virtual bool do_execute() = 0;
-    void set_result(std::string document, const std::string& status);
+    void set_result(std::shared_ptr<const std::string> document, const std::string& status);
 
     // True if the option is new.
     bool add_option(const std::string& name);
@@ -52,6 +55,6 @@ class CommandLineBase {
 
   private:
     std::map<std::string, CommandLineOption> options_;
-    std::string result_ = "{}";
+    std::shared_ptr<const std::string> result_;
     std::string status_;
 };

@@ -55,6 +55,11 @@ const std::string& CommandLineParser::result() const {
     return command_ != nullptr ? command_->result() : result_;
 }
 
+std::shared_ptr<const std::string> CommandLineParser::shared_result() const {
+    return command_ != nullptr ? command_->shared_result()
+                               : std::make_shared<const std::string>(result_);
+}
+
 const std::string& CommandLineParser::status() const {
     return command_ != nullptr ? command_->status() : status_;
 }

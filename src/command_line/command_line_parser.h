@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "kestin_base/uncopy.h"
@@ -26,6 +27,7 @@ class CommandLineParser : private Kestin::Base::Uncopy {
 
     // The command's own, once there is one.
     const std::string& result() const;
+    std::shared_ptr<const std::string> shared_result() const;
     const std::string& status() const;
 
   private:

@@ -7,13 +7,12 @@
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 
 bool TransmitStatisticsCommandLine::do_execute() {
-    // The totals are as old as the records: asking for those brings both up to date.
-    std::list<NodeRecord> records;
-    NorvaneTransmitService::instance().get_transmit_info(records);
+    auto& service = NorvaneTransmitService::instance();
+    service.roster().refresh_if_due();
     TransmitStatistics statistics;
-    NorvaneTransmitService::instance().get_transmit_statistics(statistics);
+    service.get_transmit_statistics(statistics);
     std::string document;
     make_transmit_statistics_document(statistics, document);
-    set_result(std::move(document), http_status::ok);
+    set_result(std::make_shared<const std::string>(std::move(document)), http_status::ok);
     return true;
 }

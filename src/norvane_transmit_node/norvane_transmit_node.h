@@ -14,6 +14,7 @@
 #include "src/norvane_session/norvane_session.h"
 #include "src/norvane_transmit_node/rate_window.h"
 #include "src/norvane_transmit_node/upload_plan.h"
+#include "src/roster/published_node.h"
 #include "src/shared/live_node_record.h"
 #include "src/shared/node_record.h"
 #include "src/shared/object_pool.h"
@@ -27,8 +28,8 @@
 // go back there; they are never destroyed while the process runs.
 //
 // All of it runs in the callbacks of the node's connection, one at a time, but for get_node_record,
-// which any thread may call while the node is listed by the service.
-class NorvaneTransmitNode : public INorvaneSession {
+// which any thread may call while the node is on the roster.
+class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
   public:
     // A node that is as new, but for its send window and its speed limit; null if none can be made.
     static NorvaneTransmitNode* acquire_transmit_node();
@@ -48,8 +49,7 @@ class NorvaneTransmitNode : public INorvaneSession {
     // Installs a transfer, or ends the present one with null. Owns `event` from here on.
     void set_connection_transmit_event(TcpEventBase* event);
 
-    // The figures as of now; `out`.
-    NodeRecord& get_node_record(NodeRecord& out);
+    NodeRecord& get_node_record(NodeRecord& out) override;
 
   private:
     using Connection = Kestin::Net::TcpConnectionBase;

@@ -185,6 +185,7 @@ bool NorvaneTransmitService::parse_configuration() {
     for (auto& [id, storage] : storages_) {
         format_pathname(storage.directory + '/', storage.directory, true);
     }
+    roster_.set_update_interval(settings_.transmit_info_update_interval);
     return true;
 }
 

@@ -23,6 +23,5 @@ bool NorvaneTransmitService::answer_command(Kestin::Net::TcpConnectionBase* conn
         return send_status_page(connection, parser.status());
     }
     parser.execute();
-    return send_http_data(connection, parser.result().data(), parser.result().size(),
-                          parser.status(), "application/json");
+    return send_http_document(*connection, parser.shared_result(), parser.status());
 }

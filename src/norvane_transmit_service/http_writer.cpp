@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "kestin_base/file.h"
 #include "src/command_line/http_status.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
@@ -37,6 +39,15 @@ bool NorvaneTransmitService::send_http_data(Kestin::Net::TcpConnectionBase* conn
     std::string answer = head_of(status, content_type, size);
     answer.append(static_cast<const char*>(data), size);
     return log_refusal(log, connection->send_buffer_fill_len(answer.data(), answer.size()));
+}
+
+// The document isn't copied: thousands of readers share one.
+bool NorvaneTransmitService::send_http_document(Kestin::Net::TcpConnectionBase& connection,
+                                                std::shared_ptr<const std::string> document,
+                                                const std::string& status) {
+    const std::string head = head_of(status, "application/json", document->size());
+    return log_refusal(
+        connection.send_buffer_fill_len((head + *document).data(), head.size() + document->size()));
 }
 
 bool NorvaneTransmitService::send_http_file(Kestin::Net::TcpConnectionBase& connection,

@@ -12,29 +12,29 @@ NorvaneTransmitNode* NorvaneTransmitService::find_node(
 }
 
 void NorvaneTransmitService::add_node(NorvaneTransmitNode* node) {
-    const LockerGuard guard(node_locker_);
-    node_list_.push_back(node);
+    roster_.add(node);
 }
 
 void NorvaneTransmitService::remove_node(NorvaneTransmitNode* node) {
-    const LockerGuard guard(node_locker_);
-    node_list_.remove(node);
+    roster_.remove(node);
 }
 
 std::uint64_t NorvaneTransmitService::get_node_count() {
-    const LockerGuard guard(node_locker_);
-    return node_list_.size();
+    return roster_.size();
 }
 
 void NorvaneTransmitService::release_all_nodes() {
-    const LockerGuard guard(node_locker_);
-    for (NorvaneTransmitNode* node : node_list_) {
-        NorvaneTransmitNode::release_transmit_node(node);
+    for (PublishedNode* node : roster_.clear()) {
+        NorvaneTransmitNode::release_transmit_node(static_cast<NorvaneTransmitNode*>(node));
     }
-    node_list_.clear();
-    transmit_info_list_.clear();
-    transmit_statistics_ = {};
-    transmit_info_update_time_ = 0;
+}
+
+void NorvaneTransmitService::get_transmit_info(std::list<NodeRecord>& records) {
+    records = roster_.records();
+}
+
+void NorvaneTransmitService::get_transmit_statistics(TransmitStatistics& statistics) {
+    statistics = roster_.statistics();
 }
 
 bool NorvaneTransmitService::add_upload_file(const std::string& pathname) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <new>
 
+#include "src/command_line/documents.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
 
 namespace {
@@ -35,7 +36,7 @@ NorvaneTransmitService& NorvaneTransmitService::instance() {
     return service;
 }
 
-NorvaneTransmitService::NorvaneTransmitService() {
+NorvaneTransmitService::NorvaneTransmitService() : roster_(make_transmit_list_document) {
     tcp_manager_.set_service(this);
     fill_mime_types();
 }
@@ -118,7 +119,7 @@ bool NorvaneTransmitService::on_accept(Kestin::Net::TcpConnectionBase* connectio
         on_close(connection);
         return false;
     }
-    transmit_info_dirty_ = true;
+    roster_.note_change();
     return true;
 }
 
@@ -150,6 +151,6 @@ bool NorvaneTransmitService::on_close(Kestin::Net::TcpConnectionBase* connection
     if (node == nullptr || !node->recv_disconnect_response(connection)) {
         return false;
     }
-    transmit_info_dirty_ = true;
+    roster_.note_change();
     return true;
 }

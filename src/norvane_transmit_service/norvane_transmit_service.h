@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -14,6 +15,7 @@
 #include "kestin_net/tcp_service_base.h"
 #include "src/norvane_transmit_service/settings.h"
 #include "src/norvane_transmit_service/storage.h"
+#include "src/roster/roster.h"
 #include "src/shared/node_record.h"
 #include "src/shared/operation_log.h"
 #include "src/shared/transmit_statistics.h"
@@ -42,7 +44,7 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     bool on_send(Kestin::Net::TcpConnectionBase* connection) override;
     bool on_close(Kestin::Net::TcpConnectionBase* connection) override;
 
-    // The nodes that are bound to a connection, oldest first.
+    // The nodes that are bound to a connection (src/roster/roster.h).
     void add_node(NorvaneTransmitNode* node);
     void remove_node(NorvaneTransmitNode* node);
     std::uint64_t get_node_count();
@@ -62,10 +64,12 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     // The list of shown storages as an XML document. On false `document` is empty.
     bool make_storage_information(std::string& document) const;
 
-    // The figures of all bound nodes, oldest first, and their totals: a snapshot, which the first
-    // of the two takes anew when a node came or went or when the configured interval has passed.
+    // The snapshot of the roster: the figures of all bound nodes, oldest first, and their totals.
+    // Only the first refreshes it.
     void get_transmit_info(std::list<NodeRecord>& records);
     void get_transmit_statistics(TransmitStatistics& statistics);
+
+    Roster& roster() { return roster_; }
 
   private:
     NorvaneTransmitService();
@@ -98,13 +102,13 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     static bool send_http_data(Kestin::Net::TcpConnectionBase* connection, const void* data,
                                std::uint64_t size, const std::string& status,
                                const std::string& content_type);
+    static bool send_http_document(Kestin::Net::TcpConnectionBase& connection,
+                                   std::shared_ptr<const std::string> document,
+                                   const std::string& status);
     static bool send_http_file(Kestin::Net::TcpConnectionBase& connection,
                                const Kestin::Base::File& file, const std::string& content_type);
     void fill_mime_types();
     std::string mime_type(const std::string& path) const;
-
-    bool is_transmit_info_due() const KESTIN_REQUIRES(node_locker_);
-    void refresh_transmit_info() KESTIN_REQUIRES(node_locker_);
 
     std::atomic<bool> running_ = false;
     std::string root_directory_;
@@ -113,14 +117,7 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     std::map<std::string, std::string> mime_types_;  // by extension, with its dot, in lower case
     Kestin::Net::TcpManager tcp_manager_;
 
-    // The set of nodes may have changed since the last snapshot.
-    std::atomic<bool> transmit_info_dirty_ = false;
-
-    Kestin::Base::WindowsThreadLocker node_locker_{nullptr};
-    std::list<NorvaneTransmitNode*> node_list_ KESTIN_GUARDED_BY(node_locker_);
-    std::list<NodeRecord> transmit_info_list_ KESTIN_GUARDED_BY(node_locker_);
-    TransmitStatistics transmit_statistics_ KESTIN_GUARDED_BY(node_locker_);
-    std::uint64_t transmit_info_update_time_ KESTIN_GUARDED_BY(node_locker_) = 0;
+    Roster roster_;
 
     Kestin::Base::WindowsThreadLocker upload_file_locker_{nullptr};
     std::set<std::string> upload_file_set_ KESTIN_GUARDED_BY(upload_file_locker_);

@@ -1,4 +1,4 @@
-#include "src/norvane_transmit_service/snapshot.h"
+#include "src/roster/tally.h"
 
 #include <gtest/gtest.h>
 
