@@ -71,6 +71,11 @@ bool NorvaneTransmitNode::on_send_data(Connection* connection) {
         transmit_event_->event_kind != EventKind::download) {
         return true;
     }
+    StoragePass pass;
+    if (!pass.enter(transfer_storage_)) {
+        connection->postpone();
+        return true;
+    }
     return send_download_file_data(connection, static_cast<DownloadFileTcpEvent*>(transmit_event_));
 }
 
@@ -87,6 +92,7 @@ void NorvaneTransmitNode::set_connection_transmit_event(TcpEventBase* event) {
     if (event != nullptr) {
         log.debug("set user data (%s)", event->event_name());
         transmit_event_ = event;
+        transfer_storage_ = request_storage_;
     }
 }
 
@@ -108,6 +114,9 @@ void NorvaneTransmitNode::reset_transmit_node() {
     rate_window_.clear();
     download_active_ = false;
     release_event();
+    if (listing_ticket_ != 0) {
+        request_storage_->listings.give_up(listing_ticket_);
+    }
 }
 
 // The type stays: a node whose upload has ended goes on showing as an upload.

@@ -19,6 +19,7 @@
 #include "src/shared/node_record.h"
 #include "src/shared/object_pool.h"
 #include "src/shared/operation_log.h"
+#include "src/storage_gate/storage_gate.h"
 #include "src/tcp_event/download_file_tcp_event.h"
 #include "src/tcp_event/tcp_event_base.h"
 #include "src/tcp_event/upload_file_tcp_event.h"
@@ -51,10 +52,17 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
 
     NodeRecord& get_node_record(NodeRecord& out) override;
 
+    // The storage of the present transfer; null without a transfer.
+    StorageWork* transfer_storage() const {
+        return transmit_event_ != nullptr ? transfer_storage_ : nullptr;
+    }
+
   private:
     using Connection = Kestin::Net::TcpConnectionBase;
     using Handler = bool (NorvaneTransmitNode::*)(Connection*);
     struct Dispatch;
+    // What a request works on, beside the node itself.
+    enum class Work { nothing, transfer, storage, storage_and_transfer, listing };
     struct FinishedUpload;
     enum class Taken { incomplete, whole, failed };
 
@@ -67,6 +75,10 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
 
     // The log of the operation that the caller begins.
     OperationLog operation_log(const char* function = __builtin_FUNCTION()) const;
+
+    // Takes the places that the work needs (requests.cpp). False: there is none, and the connection
+    // is postponed with the request in its receive buffer.
+    bool admit(Connection& connection, Work work, StoragePass& pass);
 
     // How every request leaves the receive buffer and is answered: framing.h.
     static bool copy_received(const OperationLog& log, Connection& connection, void* destination,
@@ -182,6 +194,10 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
     bool download_active_ = false;
     // Read by the callbacks without the lock: they alone change it, one at a time.
     TcpEventBase* transmit_event_ = nullptr;
+    // The storage of the request at hand, and that of the present transfer.
+    StorageWork* request_storage_ = nullptr;
+    StorageWork* transfer_storage_ = nullptr;
+    ListingLine::Ticket listing_ticket_ = 0;
     // Held while the event changes and while the node is reset.
     boost::mutex node_lock_;
 };

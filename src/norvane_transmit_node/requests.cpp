@@ -1,8 +1,28 @@
 #include <array>
+#include <cstddef>
+#include <cstdint>
 
 #include "kestin_base/byte_stream.h"
 #include "src/norvane_transmit_node/framing.h"
 #include "src/norvane_transmit_node/upload_blocks.h"
+#include "src/norvane_transmit_service/norvane_transmit_service.h"
+
+namespace {
+
+// How each request that names a storage begins.
+struct StorageIdPrefix {
+    std::uint32_t type_and_flags;
+    std::uint32_t storage_id;
+};
+
+template <typename... Requests>
+constexpr bool begin_with_storage_id =
+    ((offsetof(Requests, storage_id) == offsetof(StorageIdPrefix, storage_id)) && ...);
+static_assert(
+    begin_with_storage_id<message::UploadFilePrepareRequest, message::DownloadFilePrepareRequest,
+                          message::PathRequest, message::RenamePathRequest>);
+
+}  // namespace
 
 // The map of the protocol: which message goes to which handler, and which handler has which work.
 
@@ -10,32 +30,45 @@ struct NorvaneTransmitNode::Dispatch {
     struct Entry {
         std::uint16_t type;
         Handler handler;
+        Work work;
     };
     static constexpr std::array<Entry, message::request_count> table = {{
-        {message::UploadFilePrepare::type,
-         &NorvaneTransmitNode::handle_upload_file_prepare_request},
-        {message::UploadFileData::type, &NorvaneTransmitNode::handle_upload_file_data_request},
-        {message::UploadFileFinish::type, &NorvaneTransmitNode::handle_upload_file_finish_request},
+        {message::UploadFilePrepare::type, &NorvaneTransmitNode::handle_upload_file_prepare_request,
+         Work::storage_and_transfer},
+        {message::UploadFileData::type, &NorvaneTransmitNode::handle_upload_file_data_request,
+         Work::transfer},
+        {message::UploadFileFinish::type, &NorvaneTransmitNode::handle_upload_file_finish_request,
+         Work::transfer},
         {message::DownloadFilePrepare::type,
-         &NorvaneTransmitNode::handle_download_file_prepare_request},
-        {message::DownloadFileData::type, &NorvaneTransmitNode::handle_download_file_data_request},
+         &NorvaneTransmitNode::handle_download_file_prepare_request, Work::storage_and_transfer},
+        {message::DownloadFileData::type, &NorvaneTransmitNode::handle_download_file_data_request,
+         Work::transfer},
         {message::DownloadFileFinish::type,
-         &NorvaneTransmitNode::handle_download_file_finish_request},
-        {message::CreateDirectory::type, &NorvaneTransmitNode::handle_create_directory_request},
-        {message::DeletePath::type, &NorvaneTransmitNode::handle_delete_path_request},
-        {message::RenamePath::type, &NorvaneTransmitNode::handle_rename_path_request},
+         &NorvaneTransmitNode::handle_download_file_finish_request, Work::transfer},
+        {message::CreateDirectory::type, &NorvaneTransmitNode::handle_create_directory_request,
+         Work::storage},
+        {message::DeletePath::type, &NorvaneTransmitNode::handle_delete_path_request,
+         Work::storage},
+        {message::RenamePath::type, &NorvaneTransmitNode::handle_rename_path_request,
+         Work::storage},
         {message::SetUserInformation::type,
-         &NorvaneTransmitNode::handle_set_user_information_request},
+         &NorvaneTransmitNode::handle_set_user_information_request, Work::nothing},
         {message::GetStorageInformation::type,
-         &NorvaneTransmitNode::handle_get_storage_information_request},
+         &NorvaneTransmitNode::handle_get_storage_information_request, Work::nothing},
         {message::GetNorvaneNodeCount::type,
-         &NorvaneTransmitNode::handle_get_norvane_node_count_request},
-        {message::SetTransmitSpeed::type, &NorvaneTransmitNode::handle_set_transmit_speed_request},
-        {message::CheckStorageId::type, &NorvaneTransmitNode::handle_check_storage_id_request},
-        {message::GetPathContent::type, &NorvaneTransmitNode::handle_get_path_content_request},
-        {message::TestUploadData::type, &NorvaneTransmitNode::handle_test_upload_data_request},
-        {message::TestDownloadData::type, &NorvaneTransmitNode::handle_test_download_data_request},
-        {message::CleanupConnection::type, &NorvaneTransmitNode::handle_cleanup_connection_request},
+         &NorvaneTransmitNode::handle_get_norvane_node_count_request, Work::nothing},
+        {message::SetTransmitSpeed::type, &NorvaneTransmitNode::handle_set_transmit_speed_request,
+         Work::nothing},
+        {message::CheckStorageId::type, &NorvaneTransmitNode::handle_check_storage_id_request,
+         Work::nothing},
+        {message::GetPathContent::type, &NorvaneTransmitNode::handle_get_path_content_request,
+         Work::listing},
+        {message::TestUploadData::type, &NorvaneTransmitNode::handle_test_upload_data_request,
+         Work::nothing},
+        {message::TestDownloadData::type, &NorvaneTransmitNode::handle_test_download_data_request,
+         Work::nothing},
+        {message::CleanupConnection::type, &NorvaneTransmitNode::handle_cleanup_connection_request,
+         Work::transfer},
     }};
 
     // Requests have the even types from 0 on, so a type's half is its place in the table.
@@ -48,9 +81,10 @@ struct NorvaneTransmitNode::Dispatch {
         return true;
     }
 
-    static constexpr Handler handler_of(std::uint16_t type) {
+    // Null: there is no such request.
+    static constexpr const Entry* find(std::uint16_t type) {
         const bool exists = type % 2 == 0 && type / 2U < table.size();
-        return exists ? table[type / 2U].handler : nullptr;
+        return exists ? &table[type / 2U] : nullptr;
     }
 };
 
@@ -73,16 +107,41 @@ bool NorvaneTransmitNode::on_recv_data(Connection* connection) {
             return false;
         }
         Kestin::Base::ByteStream::net_to_host(&type, sizeof type);
-        const Handler handler = Dispatch::handler_of(type);
-        if (handler == nullptr) {
+        const Dispatch::Entry* request = Dispatch::find(type);
+        if (request == nullptr) {
             log.error("unknown message type (%u)", type);
             return false;
         }
-        if (!(this->*handler)(connection)) {
+        StoragePass pass;
+        if (!admit(*connection, request->work, pass)) {
+            connection->postpone();
+            return true;
+        }
+        if (!(this->*request->handler)(connection)) {
             return false;
         }
     }
     return true;
+}
+
+// Where a request names its storage. Before the bytes are there, nothing is worked on.
+bool NorvaneTransmitNode::admit(Connection& connection, Work work, StoragePass& pass) {
+    if (work == Work::nothing) {
+        return true;
+    }
+    const bool works_on_transfer = work == Work::transfer || work == Work::storage_and_transfer;
+    if (works_on_transfer && !pass.enter(transfer_storage())) {
+        return false;
+    }
+    StorageIdPrefix prefix{};
+    if (work == Work::transfer || !connection.recv_buffer_copy_len(&prefix, sizeof prefix)) {
+        return true;
+    }
+    Kestin::Base::ByteStream::net_to_host(&prefix.storage_id, sizeof prefix.storage_id);
+    request_storage_ = NorvaneTransmitService::instance().storage_gate().find(prefix.storage_id);
+    return pass.enter(request_storage_) &&
+           (work != Work::listing || request_storage_ == nullptr ||
+            pass.enter_listings(*request_storage_, listing_ticket_));
 }
 
 bool NorvaneTransmitNode::copy_received(const OperationLog& log, Connection& connection,

@@ -182,9 +182,12 @@ bool NorvaneTransmitService::parse_configuration() {
           check(configuration::read_storages(storages, storages_)))) {
         return false;
     }
+    std::vector<std::uint32_t> storage_ids;
     for (auto& [id, storage] : storages_) {
+        storage_ids.push_back(id);
         format_pathname(storage.directory + '/', storage.directory, true);
     }
+    storage_gate_.open(storage_ids);
     roster_.set_update_interval(settings_.transmit_info_update_interval);
     return true;
 }

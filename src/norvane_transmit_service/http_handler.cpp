@@ -7,11 +7,14 @@ constexpr std::string_view command_prefix = "/sys/";
 
 }  // namespace
 
+bool NorvaneTransmitService::is_command(std::string_view url) {
+    return url.size() > command_prefix.size() && url.starts_with(command_prefix);
+}
+
 bool NorvaneTransmitService::handle_http(Kestin::Net::TcpConnectionBase* connection,
                                          const std::string& url) {
-    const bool is_command = url.size() > command_prefix.size() && url.starts_with(command_prefix);
-    return is_command ? answer_command(connection, url.substr(command_prefix.size()))
-                      : answer_file(connection, url);
+    return is_command(url) ? answer_command(connection, url.substr(command_prefix.size()))
+                           : answer_file(connection, url);
 }
 
 bool NorvaneTransmitService::answer_command(Kestin::Net::TcpConnectionBase* connection,

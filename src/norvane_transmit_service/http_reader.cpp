@@ -52,6 +52,11 @@ bool NorvaneTransmitService::serve_http_requests(const OperationLog& log,
         if (connection.recv_buffer_size() == 0) {
             return true;
         }
+        const HeldPlace place(is_command(step.url) ? &command_places_ : nullptr);
+        if (!place.is_held()) {
+            connection.postpone();
+            return true;
+        }
         if (!handle_http(&connection, std::string(step.url))) {
             log.debug("handle_http error");
             if (stop_on_handler_failure) {

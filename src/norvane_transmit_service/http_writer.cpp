@@ -46,8 +46,8 @@ bool NorvaneTransmitService::send_http_document(Kestin::Net::TcpConnectionBase& 
                                                 std::shared_ptr<const std::string> document,
                                                 const std::string& status) {
     const std::string head = head_of(status, "application/json", document->size());
-    return log_refusal(
-        connection.send_buffer_fill_len((head + *document).data(), head.size() + document->size()));
+    return log_refusal(operation_log("send_http_data"),
+                       connection.send_buffer_fill_shared(head, std::move(document)));
 }
 
 bool NorvaneTransmitService::send_http_file(Kestin::Net::TcpConnectionBase& connection,

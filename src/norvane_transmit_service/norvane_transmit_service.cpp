@@ -148,7 +148,16 @@ bool NorvaneTransmitService::on_close(Kestin::Net::TcpConnectionBase* connection
         return false;
     }
     NorvaneTransmitNode* node = find_node(connection);
-    if (node == nullptr || !node->recv_disconnect_response(connection)) {
+    if (node == nullptr) {
+        return false;
+    }
+    // The end of a transfer closes its file.
+    StoragePass pass;
+    if (!pass.enter(node->transfer_storage())) {
+        connection->postpone();
+        return true;
+    }
+    if (!node->recv_disconnect_response(connection)) {
         return false;
     }
     roster_.note_change();

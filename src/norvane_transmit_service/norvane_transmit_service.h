@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "kestin_base/file.h"
 #include "kestin_base/locker.h"
@@ -19,6 +20,7 @@
 #include "src/shared/node_record.h"
 #include "src/shared/operation_log.h"
 #include "src/shared/transmit_statistics.h"
+#include "src/storage_gate/storage_gate.h"
 
 class NorvaneTransmitNode;
 
@@ -70,6 +72,7 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     void get_transmit_statistics(TransmitStatistics& statistics);
 
     Roster& roster() { return roster_; }
+    StorageGate& storage_gate() { return storage_gate_; }
 
   private:
     NorvaneTransmitService();
@@ -94,6 +97,7 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
                              const std::string& bytes, bool stop_on_handler_failure);
     // Gives the peer the usual time and space for its next request.
     static void expect_http_request(Kestin::Net::TcpConnectionBase& connection);
+    static bool is_command(std::string_view url);
     bool handle_http(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
     bool answer_command(Kestin::Net::TcpConnectionBase* connection, const std::string& text);
     bool answer_file(Kestin::Net::TcpConnectionBase* connection, const std::string& url);
@@ -117,7 +121,10 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     std::map<std::string, std::string> mime_types_;  // by extension, with its dot, in lower case
     Kestin::Net::TcpManager tcp_manager_;
 
+    // While one callback refreshes the roster's snapshot, few others may wait for it.
+    Places command_places_{4};
     Roster roster_;
+    StorageGate storage_gate_;
 
     Kestin::Base::WindowsThreadLocker upload_file_locker_{nullptr};
     std::set<std::string> upload_file_set_ KESTIN_GUARDED_BY(upload_file_locker_);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+
+#include "kestin_base/locker.h"
+#include "kestin_base/uncopy.h"
+
+// Lets the listings of one storage in, a few at a time and in the order in which they were asked
+// for. A listing of a large folder takes a processor for a while, so the number of listings at work
+// decides how long all other requests wait. Every function may be called from any thread.
+class ListingLine : private Kestin::Base::Uncopy {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    // A place in the line; 0, none.
+    using Ticket = std::uint64_t;
+
+    // A ticket that wasn't shown for so long doesn't hold up those behind it.
+    static constexpr auto absence_limit = std::chrono::seconds(1);
+
+    // How many are at work at a time. Called while nobody is in; without it nobody gets in.
+    void set_count(int count);
+
+    // Lets the holder of the ticket in if it is its turn, and takes the ticket back. Otherwise the
+    // holder keeps its ticket, or gets one, and shows it again a little later.
+    bool enter(Ticket& ticket, Clock::time_point now);
+    void leave();
+
+    // The holder gives up waiting.
+    void give_up(Ticket& ticket);
+
+  private:
+    bool is_next(Ticket ticket, Clock::time_point now) KESTIN_REQUIRES(locker_);
+
+    Kestin::Base::WindowsThreadLocker locker_{nullptr};
+    int free_ KESTIN_GUARDED_BY(locker_) = 0;
+    Ticket last_ticket_ KESTIN_GUARDED_BY(locker_) = 0;
+    // When each ticket was last shown.
+    std::map<Ticket, Clock::time_point> waiting_ KESTIN_GUARDED_BY(locker_);
+};
