@@ -24,6 +24,9 @@ constexpr int most_accepts = 64;
 // Until the next attempt after descriptors or memory ran out.
 constexpr auto rest_time = std::chrono::milliseconds(100);
 
+// At the limit, every connection that ends makes room for one more, and then there is none again.
+constexpr auto telling_interval = std::chrono::minutes(1);
+
 // A peer that is silent for `keepalive_idle` seconds is probed, and gone when it leaves three
 // probes unanswered: a minute in all (tcp(7)).
 constexpr int keepalive_idle = 30;
@@ -143,9 +146,6 @@ Listener::Accepted Listener::adopt(Descriptor socket, const sockaddr_in& peer) {
 bool Listener::has_place() {
     const std::uint64_t taken = lane_.connections;
     const std::uint64_t all = places();
-    if (taken < all / 2) {
-        has_told_rest_ = false;
-    }
     if (taken < all) {
         return true;
     }
@@ -161,7 +161,9 @@ std::uint64_t Listener::places() const {
 }
 
 void Listener::tell_rest(const std::string& reason) {
-    if (!std::exchange(has_told_rest_, true)) {
+    const Clock::time_point now = Clock::now();
+    if (last_told_ == Clock::time_point::min() || now - last_told_ >= telling_interval) {
+        last_told_ = now;
         kestin_run_log(KESTIN_LOG_WARNING, "kestin_net", "Listener::tell_rest", __LINE__,
                        "port %u accepts no more connections for now: %s", port_, reason.c_str());
     }

@@ -14,8 +14,8 @@ namespace Kestin::Net::detail {
 
 // One listening socket on all local IPv4 addresses. It makes connections of what comes, and rests
 // for a moment when its lane has no place left or the system no descriptors or memory: what waits
-// in the backlog stays there, and the connections that stand go on. The run log gets the reason,
-// once until half of the places are free again.
+// in the backlog stays there, and the connections that stand go on. The run log gets the reason, at
+// most once a minute.
 class Listener final : public EventHandler {
   public:
     // `lane` is that of the connections; the listener itself is served by that of other ports.
@@ -56,7 +56,7 @@ class Listener final : public EventHandler {
     const std::uint16_t port_;
     Descriptor socket_;
     std::atomic<bool> rests_{false};
-    bool has_told_rest_ = false;
+    Clock::time_point last_told_ = Clock::time_point::min();
 };
 
 }  // namespace Kestin::Net::detail
