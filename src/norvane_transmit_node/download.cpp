@@ -102,8 +102,8 @@ bool NorvaneTransmitNode::send_download_file_data(Connection* connection,
             rate_window_.count_out(chunk.length + sizeof(message::DataResponse));
             event->update_node_record(sent, node_record_);
         }
-        // At least one chunk goes out before the limit is looked at.
-        if (is_send_limit_reached()) {
+        // At least one chunk goes out before the limits are looked at.
+        if (is_send_limit_reached() || connection->send_buffer_is_full()) {
             break;
         }
     }

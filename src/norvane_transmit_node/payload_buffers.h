@@ -19,14 +19,24 @@ struct PayloadBuffers {
         return buffers;
     }
 
-    void give_back_large() {
-        if (converted.capacity() > kept_size) {
-            converted = ByteArray();
+    // The buffers of this thread during one message. Its end returns what is large.
+    class Use {
+      public:
+        Use() = default;
+        ~Use() {
+            if (buffers_.converted.capacity() > kept_size) {
+                buffers_.converted = ByteArray();
+            }
         }
-    }
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        PayloadBuffers* operator->() const { return &buffers_; }
+
+      private:
+        PayloadBuffers& buffers_ = of_this_thread();
+    };
 
     // A block after the cipher, in either direction.
     ByteArray converted;
-    ByteArray ciphered;
     alignas(64) std::array<char, chunk_size> chunk;
 };

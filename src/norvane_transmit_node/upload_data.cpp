@@ -15,11 +15,11 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
     if (event == nullptr) {
         return message::status_invalid_connection_data;
     }
-    PayloadBuffers& buffers = PayloadBuffers::of_this_thread();
+    const PayloadBuffers::Use buffers;
     UploadFileTcpEvent::Block plain;
     if (event->encrypted()) {
         plain = blocks.front();
-        if (!plain.empty() && !decipher(plain, buffers.converted)) {
+        if (!plain.empty() && !decipher(plain, buffers->converted)) {
             log.error("decrypt data failed (%s)", event->target_path().c_str());
             return message::status_decrypt_failed;
         }
@@ -31,7 +31,6 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_data_request(
     }
     const std::size_t written = event->write(blocks);
     const SystemCause cause = system_cause();
-    buffers.give_back_large();
     handled = std::min(written + 1, blocks.size());
     if (written < blocks.size()) {
         log.error(cause, "write file failed (%s)", event->target_path().c_str());

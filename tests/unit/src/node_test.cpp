@@ -14,6 +14,7 @@
 #include "src/message/payload_key.h"
 #include "src/message/status.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
+#include "src/norvane_transmit_node/payload_buffers.h"
 #include "src/norvane_transmit_node/rate_window.h"
 #include "src/norvane_transmit_node/upload_plan.h"
 #include "src/norvane_transmit_node/user_information.h"
@@ -277,6 +278,14 @@ TEST_F(NodeTest, AnswersABlockOnlyWhenItFails) {
     EXPECT_EQ(client.status_of(type_only<message::UploadFileFinish>()),
               message::status_invalid_connection_data);
     EXPECT_EQ(stored("e.tcp"), "");
+}
+
+TEST_F(NodeTest, KeepsNoLargeBufferOfABlockThatIsNoCipherText) {
+    Client client(served_);
+    client.ask(upload_prepare("e", 100, time, true));
+    EXPECT_EQ(client.status_of(upload_data(std::string(4 << 20, 'x'))),
+              message::status_decrypt_failed);
+    EXPECT_LE(PayloadBuffers::of_this_thread().converted.capacity(), PayloadBuffers::kept_size);
 }
 
 TEST_F(NodeTest, TellsAtOnceThatABlockCouldNotBeWritten) {
