@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "kestin_net/detail/close_reason.h"
 #include "kestin_net/detail/tcp_connection.h"
 
 namespace Kestin::Net::detail {
@@ -43,6 +44,53 @@ bool ConnectionSet::check_peers() {
         is_any_awaited = connection->check_peer() || is_any_awaited;
     }
     return is_any_awaited;
+}
+
+ConnectionSet::Pressure ConnectionSet::look_at_memory(const MemoryBudget& budget,
+                                                      const Limits& limits, Clock::time_point now) {
+    Pressure pressure;
+    TcpConnection* favorite = nullptr;
+    TcpConnection* longest_waiting = nullptr;
+    const MutexGuard guard(mutex_);
+    for (const auto& [address, connection] : connections_) {
+        const bool is_silent = connection->holds_silently_since(limits.silent_since, now);
+        if (is_silent && budget.is_short(pressure.returning)) {
+            connection->break_off(close_reason::silent_holder);
+        }
+        if (connection->is_broken()) {
+            pressure.returning += connection->held_memory();
+        } else if (connection->is_favorite()) {
+            favorite = connection.get();
+        } else if (connection->waits_for_memory() &&
+                   (longest_waiting == nullptr ||
+                    connection->waiting_since() < longest_waiting->waiting_since())) {
+            longest_waiting = connection.get();
+        }
+    }
+    pressure.is_waiting = favorite != nullptr || longest_waiting != nullptr;
+    if (favorite != nullptr) {
+        pressure.favorite_stalls =
+            favorite->keeps_others_waiting(limits.stalled_since, limits.favored_since);
+    } else if (longest_waiting != nullptr) {
+        longest_waiting->favor(now);
+    }
+    return pressure;
+}
+
+void ConnectionSet::break_largest_holder() {
+    TcpConnection* largest = nullptr;
+    std::uint64_t most = 0;
+    const MutexGuard guard(mutex_);
+    for (const auto& [address, connection] : connections_) {
+        const std::uint64_t held = connection->is_broken() ? 0 : connection->held_memory();
+        if (held > most) {
+            largest = connection.get();
+            most = held;
+        }
+    }
+    if (largest != nullptr) {
+        largest->break_off(close_reason::largest_holder);
+    }
 }
 
 void ConnectionSet::announce_ends(Clock::time_point give_up) {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 
+#include "kestin_net/detail/memory_budget.h"
 #include "kestin_net/detail/mutex.h"
 #include "kestin_net/detail/settings.h"
 
@@ -26,6 +28,28 @@ class ConnectionSet {
     // Breaks each connection that is overdue; the earliest deadline of the others, or
     // Clock::time_point::max().
     Clock::time_point break_overdue(Clock::time_point now);
+
+    // What the connections say of memory: bytes that broken ones will give back, whether one waits
+    // for memory, and whether the favorite moves nothing or keeps the others waiting too long.
+    struct Pressure {
+        std::uint64_t returning = 0;
+        bool is_waiting = false;
+        bool favorite_stalls = false;
+    };
+    struct Limits {
+        Clock::time_point silent_since;
+        Clock::time_point stalled_since;
+        Clock::time_point favored_since;
+    };
+
+    // Breaks the holders of memory whose peers have moved nothing since `silent_since`, as long as
+    // memory is short. If connections wait for memory and there is no favorite, the one that has
+    // waited longest becomes it: it may use the reserve until its frame is complete.
+    Pressure look_at_memory(const MemoryBudget& budget, const Limits& limits,
+                            Clock::time_point now);
+
+    // Breaks the connection that holds the most of the memory budget, if one holds anything.
+    void break_largest_holder();
 
     // Ends each connection whose peer has vanished. True if other peers still have bytes to
     // acknowledge.

@@ -8,6 +8,7 @@
 #include "kestin_net/detail/connection_set.h"
 #include "kestin_net/detail/event_handler.h"
 #include "kestin_net/detail/lane.h"
+#include "kestin_net/detail/memory_relief.h"
 #include "kestin_net/detail/peer_watch.h"
 #include "kestin_net/detail/settings.h"
 #include "kestin_net/detail/wake_timer.h"
@@ -30,6 +31,7 @@ struct Environment {
     WakeTimer timer;
     PeerWatch peer_watch;
     BufferMemory memory;
+    MemoryRelief memory_relief{memory.budget, settings, timer};
     ConnectionSet connections;
 
     // How many descriptors the process had open before the first connection came.

@@ -10,6 +10,9 @@ namespace {
 // A read shorter than this isn't worth its system call; the buffer grows instead.
 constexpr std::size_t least_room = 64 * kibibyte;
 
+// What is left of a turn and larger than this stays in its block: the next turn brings more.
+constexpr std::size_t small_rest = 16 * kibibyte;
+
 std::uint64_t charge_of(std::size_t capacity) {
     return capacity > receive_floor ? capacity - receive_floor : 0;
 }
@@ -24,6 +27,11 @@ std::span<std::byte> ReceiveBuffer::room() {
     if (capacity_ - end_ < read_size) {
         make_room();
     }
+    return {data_ + end_, std::min(read_size, capacity_ - end_)};
+}
+
+std::span<std::byte> ReceiveBuffer::last_room() {
+    move_to(std::min<std::size_t>(capacity_ + read_size, receive_limit), true);
     return {data_ + end_, std::min(read_size, capacity_ - end_)};
 }
 
@@ -52,11 +60,11 @@ bool ReceiveBuffer::drop(std::uint64_t length) {
 void ReceiveBuffer::settle() {
     if (is_empty()) {
         clear();
-    } else if (size() <= receive_floor) {
-        if (capacity_ > receive_floor) {
+    } else if (size() <= small_rest) {
+        if (capacity_ > small_rest) {
             move_to(size());
         }
-    } else if (memory_.budget.is_strained() && size() <= capacity_ / 2) {
+    } else if (account_.is_short() && size() <= capacity_ / 2) {
         move_to(size());
     } else if (capacity_ > receive_block_size && size() <= receive_block_size - read_size) {
         move_to(receive_block_size);
@@ -65,7 +73,7 @@ void ReceiveBuffer::settle() {
 
 void ReceiveBuffer::clear() {
     release();
-    memory_.budget.give_back(charge_of(capacity_));
+    account_.give_back(charge_of(capacity_));
     data_ = nullptr;
     capacity_ = begin_ = end_ = 0;
 }
@@ -78,7 +86,8 @@ void ReceiveBuffer::make_room() {
     }
     compact();
     if (capacity_ >= receive_block_size && capacity_ - end_ < least_room) {
-        move_to(std::min<std::size_t>(2 * capacity_, receive_limit));
+        move_to(std::min<std::size_t>(2 * capacity_, receive_limit)) ||
+            move_to(std::min<std::size_t>(capacity_ + read_size, receive_limit));
     }
 }
 
@@ -92,20 +101,20 @@ void ReceiveBuffer::compact() {
 
 // Moves what waits into memory of another size. False, with nothing changed, if the budget or the
 // system refuses it.
-bool ReceiveBuffer::move_to(std::size_t capacity) {
+bool ReceiveBuffer::move_to(std::size_t capacity, bool may_use_reserve) {
     const std::uint64_t old_charge = charge_of(capacity_);
     const std::uint64_t new_charge = charge_of(capacity);
     const std::uint64_t more = new_charge > old_charge ? new_charge - old_charge : 0;
-    if (!memory_.budget.take(more)) {
+    if (more > 0 && !(may_use_reserve ? account_.take(more) : account_.take_share(more))) {
         return false;
     }
     compact();
     std::byte* const data = relocate(capacity);
     if (data == nullptr) {
-        memory_.budget.give_back(more);
+        account_.give_back(more);
         return false;
     }
-    memory_.budget.give_back(old_charge + more - new_charge);
+    account_.give_back(old_charge + more - new_charge);
     data_ = data;
     capacity_ = capacity;
     return true;

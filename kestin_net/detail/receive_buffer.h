@@ -5,6 +5,7 @@
 #include <span>
 
 #include "kestin_net/detail/buffer_memory.h"
+#include "kestin_net/detail/memory_account.h"
 
 namespace Kestin::Net::detail {
 
@@ -14,8 +15,9 @@ inline constexpr std::uint64_t receive_limit = 64 * mebibyte + 64 * kibibyte;
 // Read at a time at most: beyond the size of most frames, and still within the processor's cache.
 inline constexpr std::size_t read_size = 256 * kibibyte;
 
-// What each connection may hold whatever the others hold; more is taken from the memory budget.
-inline constexpr std::size_t receive_floor = 16 * kibibyte;
+// What each connection may hold whatever the others hold: a frame of 64 KiB with its header and
+// cipher padding. More is taken from the memory budget.
+inline constexpr std::size_t receive_floor = 68 * kibibyte;
 
 // The bytes that came and wait for the service, in one piece. One owner at a time.
 //
@@ -26,7 +28,8 @@ inline constexpr std::size_t receive_floor = 16 * kibibyte;
 // larger; between turns, for a few bytes, as little as they need.
 class ReceiveBuffer {
   public:
-    explicit ReceiveBuffer(BufferMemory& memory) : memory_(memory) {}
+    ReceiveBuffer(BufferMemory& memory, MemoryAccount& account)
+        : memory_(memory), account_(account) {}
     ~ReceiveBuffer();
     ReceiveBuffer(const ReceiveBuffer&) = delete;
     ReceiveBuffer& operator=(const ReceiveBuffer&) = delete;
@@ -38,9 +41,11 @@ class ReceiveBuffer {
     // All bytes ever removed.
     std::uint64_t removed() const { return removed_; }
 
-    // Where the next bytes go; what was written there is then committed. Empty if the limit or the
-    // memory leaves no room.
+    // Where the next bytes go; what was written there is then committed. Empty if the buffer is
+    // full, or if more memory can't be had at this moment.
     std::span<std::byte> room();
+    // As `room`, for the last bytes of a peer: they may use the memory budget's reserve.
+    std::span<std::byte> last_room();
     void commit(std::uint64_t length) { end_ += length; }
 
     // False, with nothing changed, if fewer than `length` bytes wait.
@@ -54,16 +59,19 @@ class ReceiveBuffer {
     // Gives back the memory that is out of proportion to what waits.
     void settle();
 
+    // Drops what waits and gives back all memory.
+    void clear();
+
   private:
     void make_room();
     void compact();
-    void clear();
-    bool move_to(std::size_t capacity);
+    bool move_to(std::size_t capacity, bool may_use_reserve = false);
     std::byte* relocate(std::size_t capacity);
     std::byte* allocate(std::size_t capacity);
     void release();
 
     BufferMemory& memory_;
+    MemoryAccount& account_;
     std::byte* data_ = nullptr;
     std::size_t capacity_ = 0;
     std::size_t begin_ = 0;

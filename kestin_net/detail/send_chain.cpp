@@ -14,7 +14,7 @@ constexpr std::uint64_t largest_shared_piece = mebibyte;
 }  // namespace
 
 SendChain::~SendChain() {
-    remove_behind(nullptr);
+    clear();
 }
 
 bool SendChain::append(const void* data, std::uint64_t length) {
@@ -78,6 +78,7 @@ bool SendChain::append_shared(std::span<const std::byte> head,
     if (body == nullptr || !append(head.data(), head.size())) {
         return false;
     }
+    account_.hold(body->size());
     size_ += body->size();
     appended_ += body->size();
     shared_ = {.body = std::move(body)};
@@ -113,9 +114,17 @@ void SendChain::drop_front(std::uint64_t length) {
     }
 }
 
+void SendChain::clear() {
+    remove_behind(nullptr);
+    size_ = 0;
+    file_ = {};
+    shared_ = {};
+}
+
 void SendChain::drop_of_shared(std::uint64_t length) {
     shared_.position += length;
     if (shared_.length() == 0) {
+        account_.let_go(shared_.body->size());
         shared_ = {};
     }
 }
@@ -151,13 +160,13 @@ bool SendChain::extend(std::uint64_t length) {
 }
 
 bool SendChain::add_block() {
-    const std::uint64_t charge = block_count_ > 0 ? send_block_charge : 0;
-    if (!memory_.budget.take(charge)) {
+    const std::uint64_t charge = block_count_ >= send_floor ? send_block_charge : 0;
+    if (charge > 0 && !account_.take(charge)) {
         return false;
     }
     std::byte* memory = memory_.send_blocks.acquire();
     if (memory == nullptr) {
-        memory_.budget.give_back(charge);
+        account_.give_back(charge);
         return false;
     }
     auto* block = new (memory) Block;
@@ -192,7 +201,9 @@ void SendChain::remove_behind(Block* last) {
 void SendChain::release(Block* block) {
     memory_.send_blocks.release(reinterpret_cast<std::byte*>(block));
     --block_count_;
-    memory_.budget.give_back(block_count_ > 0 ? send_block_charge : 0);
+    if (block_count_ >= send_floor) {
+        account_.give_back(send_block_charge);
+    }
 }
 
 }  // namespace Kestin::Net::detail

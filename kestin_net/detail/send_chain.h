@@ -11,6 +11,7 @@
 
 #include "kestin_net/detail/buffer_memory.h"
 #include "kestin_net/detail/descriptor.h"
+#include "kestin_net/detail/memory_account.h"
 
 namespace Kestin::Net::detail {
 
@@ -30,6 +31,10 @@ inline constexpr std::uint64_t send_limit = send_mark + send_batch + 64 * kibiby
 // that can't be told in pieces, such as a whole file.
 inline constexpr std::uint64_t send_piece_limit = 256 * mebibyte;
 
+// Blocks that each connection may have whatever the others have: a chunk of 64 KiB with its header
+// and cipher padding fits. More are taken from the memory budget.
+inline constexpr std::uint64_t send_floor = 2;
+
 // What is left to send of an open file.
 struct FileRange {
     Descriptor file;
@@ -46,19 +51,22 @@ struct SharedRange {
 };
 
 // The bytes that wait for the socket: a chain of blocks, and behind them at most one range of a
-// file, which takes no memory, or one shared body. One owner at a time. A connection's first block
-// is its floor; all others are taken from the memory budget.
+// file, which takes no memory, or one shared body. One owner at a time.
 class SendChain {
   public:
-    explicit SendChain(BufferMemory& memory) : memory_(memory) {}
+    SendChain(BufferMemory& memory, MemoryAccount& account) : memory_(memory), account_(account) {}
     ~SendChain();
     SendChain(const SendChain&) = delete;
     SendChain& operator=(const SendChain&) = delete;
 
     std::uint64_t size() const { return size_; }
     bool is_empty() const { return size_ == 0; }
+    // Whether a stream should pause: at the mark, or with anything at all while memory is short.
+    bool is_full() const { return size_ >= (account_.is_short() ? 1 : send_mark); }
     // Whether the peer must read before it is served further.
-    bool is_above_mark() const { return size_ > send_mark || ends_with_range(); }
+    bool holds_back() const {
+        return size_ > (account_.is_short() ? 0 : send_mark) || ends_with_range();
+    }
     // Whether what waits ends with a file or a shared body: nothing can be appended then.
     bool ends_with_range() const { return file() != nullptr || shared_.length() > 0; }
 
@@ -83,6 +91,9 @@ class SendChain {
     // Points `slots` at the front of the chain, piece by piece, and returns the slots in use.
     std::span<iovec> front(std::span<iovec> slots) const;
     void drop_front(std::uint64_t length);
+
+    // Drops what waits and gives back all memory.
+    void clear();
 
     // The file that waits behind the blocks, or null.
     const FileRange* file() const { return file_.length > 0 ? &file_ : nullptr; }
@@ -111,6 +122,7 @@ class SendChain {
     void release(Block* block);
 
     BufferMemory& memory_;
+    MemoryAccount& account_;
     Block* first_ = nullptr;
     Block* last_ = nullptr;
     std::uint64_t block_count_ = 0;

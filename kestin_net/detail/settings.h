@@ -23,8 +23,13 @@ struct Settings {
     Clock::duration peer_watch_interval = std::chrono::seconds(10);
 
     // Memory of all buffers together, beyond a floor that each connection always has
-    // (send_chain.h: one block; receive_buffer.h: receive_floor).
+    // (send_chain.h: send_floor; receive_buffer.h: receive_floor).
     std::uint64_t memory_budget = 1024 * mebibyte;
+
+    // While memory is short: how long a connection may hold some of it and move no byte, and how
+    // long one may wait for memory before the largest holder is closed.
+    Clock::duration memory_silence = std::chrono::seconds(60);
+    Clock::duration memory_patience = std::chrono::seconds(5);
 };
 
 }  // namespace Kestin::Net::detail

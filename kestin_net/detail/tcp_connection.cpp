@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "kestin_base/log.h"
+#include "kestin_base/strings.h"
 
 namespace Kestin::Net::detail {
 namespace {
@@ -28,6 +30,24 @@ std::uint64_t total_size(std::span<const iovec> pieces) {
     return total;
 }
 
+// The error that waits on the socket, or 0.
+int pending_error(int socket) {
+    int error = 0;
+    socklen_t size = sizeof error;
+    ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
+    return error;
+}
+
+// Whether the peer sends nothing more than what has come already.
+bool has_finished(int socket) {
+    pollfd state{.fd = socket, .events = POLLRDHUP, .revents = 0};
+    return ::poll(&state, 1, 0) == 1;
+}
+
+CloseReason failed_call(const char* name, int error) {
+    return {name, error, error == ECONNRESET || error == EPIPE};
+}
+
 }  // namespace
 
 TcpConnection::TcpConnection(Environment& environment, Lane& lane, Descriptor socket,
@@ -37,8 +57,9 @@ TcpConnection::TcpConnection(Environment& environment, Lane& lane, Descriptor so
       socket_(std::move(socket)),
       peer_(peer),
       listening_port_(listening_port),
-      receive_buffer_(environment.memory),
-      send_chain_(environment.memory) {
+      account_(environment.memory.budget),
+      receive_buffer_(environment.memory, account_),
+      send_chain_(environment.memory, account_) {
     ++lane_.connections;
 }
 
@@ -61,14 +82,17 @@ bool TcpConnection::start() {
 }
 
 void TcpConnection::handle_events(std::uint32_t events) {
-    const Clock::rep deadline = deadline_.exchange(held, std::memory_order_acquire);
+    deadline_.exchange(held, std::memory_order_acquire);
     if (std::exchange(postponed_, false)) {
         // Bytes that wait to be offered again are enough: more are read when these were taken.
         events = EPOLLOUT | (offer_due_ ? 0U : std::uint32_t{EPOLLIN});
     }
-    if (ended_ || deadline == broken || !take_turns(events)) {
+    if (std::exchange(waits_for_memory_, false)) {
+        events = EPOLLOUT | EPOLLIN;
+    }
+    if (ended_ || is_broken() || !take_turns(events)) {
         end();
-    } else if (postponed_) {
+    } else if (postponed_ || waits_for_memory_) {
         wait_for_retry();
     } else if (!arm()) {
         end();
@@ -84,9 +108,8 @@ Clock::time_point TcpConnection::break_if_overdue(Clock::time_point now) {
     if (when > now) {
         return when;
     }
-    if (deadline != broken &&
-        deadline_.compare_exchange_strong(deadline, broken, std::memory_order_acq_rel)) {
-        shut();
+    if (deadline_.compare_exchange_strong(deadline, no_deadline, std::memory_order_acq_rel)) {
+        break_off(close_reason::no_request);
     }
     return Clock::time_point::max();
 }
@@ -112,17 +135,34 @@ bool TcpConnection::check_peer() {
 void TcpConnection::abort() {
     constexpr linger no_linger{.l_onoff = 1, .l_linger = 0};
     ::setsockopt(socket_.number(), SOL_SOCKET, SO_LINGER, &no_linger, sizeof no_linger);
-    std::string address;
-    std::uint16_t port = 0;
-    get_peer_address(address, port);
-    kestin_run_log(KESTIN_LOG_WARNING, "kestin_net", "TcpConnection::check_peer", __LINE__,
-                   "%s:%u has vanished: it acknowledges nothing any more; the connection ends",
-                   address.c_str(), port);
-    shut();
+    break_off(close_reason::vanished);
 }
 
 void TcpConnection::shut() {
     ::shutdown(socket_.number(), SHUT_RDWR);
+}
+
+// One that waits for memory may not move bytes.
+bool TcpConnection::holds_silently_since(Clock::time_point when, Clock::time_point now) {
+    const std::uint64_t moved = moved_ever_.load(std::memory_order_relaxed);
+    if (moved != seen_moved_ || seen_at_ == Clock::time_point::max()) {
+        seen_moved_ = moved;
+        seen_at_ = now;
+    }
+    return held_memory() > 0 && seen_at_ <= when && !waits_for_memory();
+}
+
+void TcpConnection::favor(Clock::time_point now) {
+    seen_at_ = favored_at_ = now;
+    is_favorite_.store(true, std::memory_order_relaxed);
+}
+
+// A shut socket ends a turn that runs, and brings another to a connection that waits.
+void TcpConnection::break_off(const CloseReason& reason) {
+    const CloseReason* none = nullptr;
+    if (broken_by_.compare_exchange_strong(none, &reason)) {
+        shut();
+    }
 }
 
 bool TcpConnection::announce_end() {
@@ -135,7 +175,8 @@ bool TcpConnection::announce_end() {
 
 bool TcpConnection::take_turns(std::uint32_t events) {
     if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
-        return false;
+        const int error = pending_error(socket_.number());
+        return error != 0 && fail(failed_call("its socket", error));
     }
     const bool again = environment_.last_served.exchange(this, std::memory_order_relaxed) == this;
     readable_ = (events & EPOLLIN) != 0;
@@ -145,7 +186,8 @@ bool TcpConnection::take_turns(std::uint32_t events) {
         if (!take_turn()) {
             return false;
         }
-    } while (moved_ > 0 && stays-- > 0 && !postponed_ && is_alone() && await());
+    } while (moved_ > 0 && stays-- > 0 && !postponed_ && !waits_for_memory_ && is_alone() &&
+             await());
     return true;
 }
 
@@ -157,6 +199,12 @@ bool TcpConnection::take_turn() {
         }
     } while (can_go_on());
     receive_buffer_.settle();
+    if (is_favorite() && receive_buffer_.size() <= receive_floor) {
+        is_favorite_.store(false, std::memory_order_relaxed);
+    }
+    moved_ever_.store(moved_ever_.load(std::memory_order_relaxed) + moved_,
+                      std::memory_order_relaxed);
+    environment_.memory_relief.call(waits_for_memory_);
     return postponed_ || !is_finished();
 }
 
@@ -164,15 +212,18 @@ bool TcpConnection::read() {
     if (!can_read()) {
         return true;
     }
-    const auto room = receive_buffer_.room();
+    auto room = receive_buffer_.room();
+    if (room.empty() && (is_favorite() || has_finished(socket_.number()))) {
+        room = receive_buffer_.last_room();
+    }
     if (room.empty()) {
-        return false;
+        return wait_for_memory();
     }
     const int flags = std::exchange(awaits_, false) ? 0 : MSG_DONTWAIT;
     const ssize_t size = ::recv(socket_.number(), room.data(), room.size(), flags);
     if (size < 0) {
         readable_ = errno == EINTR;
-        return errno == EINTR || errno == EAGAIN;
+        return errno == EINTR || errno == EAGAIN || fail(failed_call("recv", errno));
     }
     // Less than there was room for: the socket is empty, and another call would only say so.
     const auto length = static_cast<std::uint64_t>(size);
@@ -181,6 +232,18 @@ bool TcpConnection::read() {
     offer_due_ = offer_due_ || length > 0;
     receive_buffer_.commit(length);
     moved_ += length;
+    if (waits_for_memory()) {
+        waiting_since_.store(not_waiting, std::memory_order_relaxed);
+    }
+    return true;
+}
+
+// The frame's next bytes stay in the socket until a retry finds memory for them.
+bool TcpConnection::wait_for_memory() {
+    waits_for_memory_ = true;
+    if (!waits_for_memory()) {
+        waiting_since_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+    }
     return true;
 }
 
@@ -196,22 +259,25 @@ bool TcpConnection::offer() {
 bool TcpConnection::offer_once() {
     const std::uint64_t position = receive_buffer_.removed();
     empty_sends_ = 0;
+    hides_bytes_ = send_refused_ = false;
     if (!environment_.service.on_recv(this)) {
-        return false;
+        return send_refused_ && fail(close_reason::send_refused);
     }
     if (postponed_) {
         return true;
     }
     const bool took = receive_buffer_.removed() != position;
-    offer_due_ = !receive_buffer_.is_empty() && (took || is_held_back());
-    return took || is_held_back() || !is_stuck();
+    const bool is_withheld = hides_bytes_ || is_held_back();
+    offer_due_ = !receive_buffer_.is_empty() && (took || is_withheld);
+    return took || is_withheld || !has_refused_bytes();
 }
 
 bool TcpConnection::ask() {
     while (can_ask()) {
         const std::uint64_t appended = send_chain_.appended();
+        send_refused_ = false;
         if (!environment_.service.on_send(this)) {
-            return false;
+            return send_refused_ && fail(close_reason::send_refused);
         }
         if (postponed_) {
             return true;
@@ -248,7 +314,7 @@ bool TcpConnection::write_file() {
     off_t position = range.position;
     const ssize_t size = ::sendfile(socket_.number(), range.file.number(), &position, length);
     if (size == 0) {
-        return false;
+        return fail(close_reason::file_too_short);
     }
     if (size > 0) {
         send_chain_.drop_of_file(static_cast<std::uint64_t>(size));
@@ -261,7 +327,7 @@ bool TcpConnection::write_file() {
 bool TcpConnection::has_taken(ssize_t size, std::uint64_t given) {
     if (size < 0) {
         writable_ = errno == EINTR;
-        return errno == EINTR || errno == EAGAIN;
+        return errno == EINTR || errno == EAGAIN || fail(failed_call("send", errno));
     }
     writable_ = static_cast<std::uint64_t>(size) == given;
     moved_ += static_cast<std::uint64_t>(size);
@@ -276,11 +342,9 @@ void TcpConnection::note_sent() {
     environment_.peer_watch.note_sent();
 }
 
-// While the memory of all is short, nothing more is asked for on top of what a peer hasn't read.
 bool TcpConnection::can_ask() const {
-    return writable_ && !postponed_ && empty_sends_ < most_empty_sends &&
-           send_chain_.size() < send_mark && !send_chain_.ends_with_range() &&
-           (send_chain_.is_empty() || !environment_.memory.budget.is_strained());
+    return writable_ && !postponed_ && empty_sends_ < most_empty_sends && !send_chain_.is_full() &&
+           !send_chain_.ends_with_range();
 }
 
 // What a full socket keeps from going out can't make the turn long: it is offered to the end, since
@@ -293,9 +357,12 @@ bool TcpConnection::can_go_on() const {
 }
 
 // The service waits for bytes that there will be no room for, or for more than it expected.
-bool TcpConnection::is_stuck() const {
-    return receive_buffer_.is_full() ||
-           (expectation_.time.count() > 0 && receive_buffer_.size() > expectation_.bytes);
+bool TcpConnection::has_refused_bytes() {
+    if (receive_buffer_.is_full()) {
+        return !fail(close_reason::frame_too_large);
+    }
+    return expectation_.time.count() > 0 && receive_buffer_.size() > expectation_.bytes &&
+           !fail(close_reason::request_too_long);
 }
 
 // The peer has sent its last byte, all is answered and all answers are out.
@@ -361,14 +428,43 @@ Clock::time_point TcpConnection::next_request_deadline() {
     return expectation_.deadline;
 }
 
+// Notes the first reason and returns false.
+bool TcpConnection::fail(const CloseReason& reason) {
+    if (reason_.text == nullptr) {
+        reason_ = reason;
+    }
+    return false;
+}
+
+// An end that the peer or the service chose isn't logged here.
+void TcpConnection::log_close() {
+    const CloseReason* const broken_by = broken_by_.load(std::memory_order_acquire);
+    const CloseReason reason = broken_by != nullptr ? *broken_by : reason_;
+    if (reason.text == nullptr) {
+        return;
+    }
+    std::string address;
+    std::uint16_t port = 0;
+    get_peer_address(address, port);
+    const std::string cause = reason.error != 0 ? ": " + Base::kestin_error_text(reason.error) : "";
+    kestin_run_log(reason.is_common ? KESTIN_LOG_DEBUG : KESTIN_LOG_WARNING, "kestin_net",
+                   "TcpConnection::end", __LINE__, "connection <%s:%d> closed: %s%s",
+                   address.c_str(), port, reason.text, cause.c_str());
+}
+
 // What the service said before it refused the peer still goes out, as far as the socket takes it.
 void TcpConnection::end() {
+    if (!std::exchange(ended_, true)) {
+        log_close();
+    }
     write();
-    ended_ = true;
     if (!announce_end()) {
         return wait_for_retry();
     }
     lane_.workers.poller().remove(socket_.number());
+    // Before the set forgets the connection, so that the relief of memory never misses it.
+    receive_buffer_.clear();
+    send_chain_.clear();
     environment_.connections.remove(*this);
 }
 
@@ -383,7 +479,8 @@ bool TcpConnection::get_peer_address(std::string& address, std::uint16_t& port) 
 }
 
 std::uint64_t TcpConnection::recv_buffer_size() {
-    return is_held_back() ? 0 : receive_buffer_.size();
+    hides_bytes_ = is_held_back();
+    return hides_bytes_ ? 0 : receive_buffer_.size();
 }
 
 bool TcpConnection::recv_buffer_copy_len(void* destination, std::uint64_t length) {
@@ -403,7 +500,12 @@ bool TcpConnection::recv_buffer_need_len(std::uint64_t length) {
 }
 
 bool TcpConnection::send_buffer_fill_len(const void* data, std::uint64_t length) {
-    return send_chain_.append(data, length);
+    return note_taken(send_chain_.append(data, length));
+}
+
+bool TcpConnection::note_taken(bool is_taken) {
+    send_refused_ = send_refused_ || !is_taken;
+    return is_taken;
 }
 
 std::byte* TcpConnection::send_buffer_room(std::uint64_t length) {
@@ -424,7 +526,7 @@ bool TcpConnection::send_buffer_fill_file(std::string_view head, int descriptor,
 
 bool TcpConnection::send_buffer_fill_shared(std::string_view head,
                                             std::shared_ptr<const std::string> body) {
-    return send_chain_.append_shared(std::as_bytes(std::span(head)), std::move(body));
+    return note_taken(send_chain_.append_shared(std::as_bytes(std::span(head)), std::move(body)));
 }
 
 void TcpConnection::expect_within(std::uint64_t bytes, std::uint64_t seconds) {

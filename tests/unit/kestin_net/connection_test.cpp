@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -544,46 +545,176 @@ TEST_F(ConnectionTest, SilentConnectionEndsAfterTheIdleLimit) {
     EXPECT_TRUE(service_.closes.await(1));
 }
 
-TEST_F(ConnectionTest, SpentMemoryRefusesTheGreedyAndServesTheSmall) {
-    std::atomic<std::uint64_t> taken = 0;
-    Tally refusals;
-    service_.recv = [&](Connection& connection) {
-        const std::string request = take(connection, connection.recv_buffer_size());
-        if (request != "greedy") {
-            return send_back(connection, request);
-        }
-        while (send_back(connection, chunk(taken))) {
-            ++taken;
-        }
-        refusals.add();
-        return true;
-    };
-    settings_.memory_budget = 4 * 1024 * 1024;
-    auto loop = start();
-    RawSocket greedy(port_);
-    greedy.send("greedy");
-    ASSERT_TRUE(refusals.await(1));
-    EXPECT_TRUE(serves_others());
-    EXPECT_LT(taken * chunk_size, settings_.memory_budget);
-    EXPECT_GT(taken * chunk_size, settings_.memory_budget / 2);
-    for (std::uint64_t number = 0; number < taken; ++number) {
-        ASSERT_EQ(greedy.receive(chunk_size), chunk(number)) << number;
-    }
-}
+// A request begins with a word of four letters and six digits of KiB. "take" is followed by the
+// rest of so many KiB, and answered by "k" when all of it is there; "send" is answered by so many
+// KiB.
+class MemoryTest : public ConnectionTest {
+  protected:
+    static constexpr std::uint64_t mebibyte = 1024 * 1024;
+    static constexpr std::size_t head_size = 10;
 
-TEST_F(ConnectionTest, WithoutMemoryLeftOnlyWhatTheFloorHoldsIsServed) {
-    attach_user_data();
-    service_.recv = [](Connection& connection) {
-        return connection.recv_buffer_size() > 10000 || echo(connection);
-    };
+    MemoryTest() {
+        service_.recv = [](Connection& connection) {
+            while (connection.recv_buffer_size() >= head_size) {
+                std::string head(head_size, ' ');
+                connection.recv_buffer_copy_len(head.data(), head.size());
+                const std::uint64_t size = 1024 * std::stoul(head.substr(4));
+                if (head.starts_with("send")) {
+                    take(connection, head_size);
+                    return send_back(connection, std::string(size, 's'));
+                }
+                if (connection.recv_buffer_size() < size) {
+                    return true;
+                }
+                take(connection, size);
+                send_back(connection, "k");
+            }
+            return true;
+        };
+        settings_.memory_budget = 16 * mebibyte;
+        settings_.memory_patience = std::chrono::hours(1);
+    }
+
+    static std::string request(const std::string& word, std::uint64_t kibibytes) {
+        const std::string digits = std::to_string(kibibytes);
+        return word + std::string(head_size - word.size() - digits.size(), '0') + digits;
+    }
+    static std::string frame(std::uint64_t kibibytes) {
+        const std::string head = request("take", kibibytes);
+        return head + std::string(1024 * kibibytes - head.size(), 'x');
+    }
+
+    // Whether other peers are served: a frame of 64 KiB in, two blocks out.
+    bool serves_small_requests() {
+        RawSocket other(port_);
+        return other.send(frame(64)) && other.receive(1) == "k" &&
+               other.send(request("send", 100)) && other.receive(100 * 1024).size() == 100 * 1024;
+    }
+    // Peers that send all but the end of a large frame, without waiting for it to be taken.
+    void send_beginnings(int count, std::uint64_t kibibytes) {
+        for (int peer = 0; peer < count; ++peer) {
+            senders_.emplace_back([this, kibibytes] {
+                const std::string whole = frame(kibibytes);
+                RawSocket socket(port_);
+                socket.send(whole.substr(0, whole.size() - 1));
+                ended_.await(1);
+                socket.send("x");
+                finished_ += socket.receive(1) == "k" ? 1 : 0;
+            });
+        }
+        ASSERT_TRUE(service_.accepts.await(service_.closes.count() + static_cast<unsigned>(count)));
+    }
+    void finish_frames() {
+        ended_.add();
+        for (std::thread& sender : senders_) {
+            sender.join();
+        }
+        senders_.clear();
+    }
+
+    Tally ended_;
+    std::vector<std::thread> senders_;
+    std::atomic<int> finished_ = 0;
+};
+
+TEST_F(MemoryTest, WithoutAnyTheFloorServesAFrameAndTwoBlocks) {
     settings_.memory_budget = 0;
     auto loop = start();
-    RawSocket large(port_);
-    large.send(std::string(20000, 'x'));
-    EXPECT_TRUE(serves_others());
-    large.send(std::string(20000, 'x'));
-    EXPECT_TRUE(large.await_close());
-    EXPECT_TRUE(serves_others());
+    EXPECT_TRUE(serves_small_requests());
+}
+
+TEST_F(MemoryTest, IncompleteFramesWaitAndAreTakenOneAfterTheOtherWhenMemoryComesBack) {
+    auto loop = start();
+    send_beginnings(6, 4000);
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(serves_small_requests());
+    }
+    EXPECT_LE(service_.closes.count(), 20U);
+    // Those that got their memory finish, and what they give back lets the others finish.
+    finish_frames();
+    EXPECT_EQ(finished_, 6);
+}
+
+TEST_F(MemoryTest, FramesThatWaitForEachOtherEndWithTheLargestHolder) {
+    settings_.memory_patience = std::chrono::seconds(2);
+    auto loop = start();
+    send_beginnings(12, 9000);
+    EXPECT_TRUE(service_.closes.await(1));
+    finish_frames();
+    EXPECT_GT(finished_, 0);
+    EXPECT_LT(finished_, 12);
+    EXPECT_TRUE(serves_small_requests());
+}
+
+TEST_F(MemoryTest, PeerThatLeavesWhileItsFrameWaitsGivesItsMemoryBack) {
+    auto loop = start();
+    std::vector<std::unique_ptr<RawSocket>> peers;
+    for (int peer = 0; peer < 8; ++peer) {
+        peers.push_back(std::make_unique<RawSocket>(port_));
+        const std::string beginning = frame(9000);
+        ASSERT_GT(::send(peers.back()->descriptor(), beginning.data(), beginning.size(),
+                         MSG_DONTWAIT | MSG_NOSIGNAL),
+                  0);
+    }
+    ASSERT_TRUE(service_.accepts.await(8));
+    peers.clear();
+    EXPECT_TRUE(service_.closes.await(8));
+    RawSocket other(port_);
+    other.send(frame(5000));
+    EXPECT_EQ(other.receive(1), "k");
+}
+
+// The sockets themselves take some MiB of what nobody reads.
+TEST_F(MemoryTest, AnswersThatNobodyReadEndTheLargestHolderAndNobodyElse) {
+    settings_.memory_budget = 256 * mebibyte;
+    auto loop = start();
+    const std::vector<std::uint64_t> sizes{80 * 1024, 100 * 1024, 70 * 1024};
+    std::vector<std::unique_ptr<RawSocket>> lazy;
+    for (const std::uint64_t kibibytes : sizes) {
+        lazy.push_back(std::make_unique<RawSocket>(port_));
+        lazy.back()->send(request("send", kibibytes));
+        ASSERT_TRUE(service_.recvs.await(lazy.size()));
+    }
+    EXPECT_TRUE(service_.closes.await(1));
+    EXPECT_TRUE(serves_small_requests());
+    EXPECT_EQ(lazy[0]->receive(1024 * sizes[0]).size(), 1024 * sizes[0]);
+    EXPECT_EQ(lazy[2]->receive(1024 * sizes[2]).size(), 1024 * sizes[2]);
+    EXPECT_LT(lazy[1]->receive_to_end().size(), 1024 * sizes[1]);
+}
+
+TEST_F(MemoryTest, StreamsPauseAtWhatTheFloorHoldsWhileMemoryIsShort) {
+    std::atomic<std::uint64_t> streamed = 0;
+    service_.send = [&](Connection& connection) {
+        for (int number = 0; number < 500 && !connection.send_buffer_is_full(); ++number) {
+            send_back(connection, chunk(streamed++));
+        }
+        return true;
+    };
+    auto loop = start();
+    std::vector<std::unique_ptr<RawSocket>> lazy;
+    for (int peer = 0; peer < 60; ++peer) {
+        lazy.push_back(std::make_unique<RawSocket>(port_));
+    }
+    ASSERT_TRUE(service_.accepts.await(60));
+    EXPECT_TRUE(comes_to_rest());
+    EXPECT_EQ(service_.closes.count(), 0U);
+}
+
+TEST_F(MemoryTest, HolderThatMovesNothingWhileMemoryIsShortIsClosed) {
+    settings_.memory_budget = 256 * mebibyte;
+    settings_.memory_silence = std::chrono::milliseconds(300);
+    auto loop = start();
+    RawSocket idle(port_);
+    RawSocket lazy(port_);
+    RawSocket other(port_);
+    lazy.send(request("send", 150 * 1024));
+    ASSERT_TRUE(service_.recvs.await(1));
+    other.send(request("send", 60 * 1024));
+    EXPECT_TRUE(service_.closes.await(1));
+    EXPECT_TRUE(comes_to_rest());
+    EXPECT_EQ(service_.closes.count(), 1U) << "memory suffices again";
+    idle.send(frame(64));
+    EXPECT_EQ(idle.receive(1), "k");
 }
 
 }  // namespace
