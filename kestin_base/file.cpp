@@ -190,6 +190,12 @@ void File::start_write_back(std::int64_t begin, std::int64_t end) const {
         ::sync_file_range(descriptor_, begin, end - begin, SYNC_FILE_RANGE_WRITE);
 }
 
+// Each close of a descriptor has the file system report, not only the last one (close(2)).
+bool File::flush() const {
+    const int duplicate = ::fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
+    return duplicate >= 0 && (::close(duplicate) == 0 || errno == EINTR);
+}
+
 bool File::sync() {
     int result = 0;
     do {

@@ -76,6 +76,9 @@ class File : private Uncopy {
     // Starts writing a range of the file to the disk, and doesn't wait for it (sync_file_range(2)).
     void start_write_back(std::int64_t begin, std::int64_t end) const;
 
+    // Returns what `close` would about failed writes, and leaves the file open.
+    bool flush() const;
+
     // Returns true once the file's bytes and its length are on the disk (fdatasync(2)). After a
     // false nothing is known of them, and a later true doesn't change that.
     bool sync();

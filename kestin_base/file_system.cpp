@@ -97,9 +97,9 @@ void kestin_create_directory_recursive(const std::string& path) {
     }
 }
 
-bool kestin_sync_directory(const char* path) {
-    const detail::Descriptor folder(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder && ::fsync(folder.number()) == 0;
+bool kestin_sync_path(const char* path) {
+    const detail::Descriptor file(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return file && ::fsync(file.number()) == 0;
 }
 
 bool kestin_can_lock(const std::string& directory) {
@@ -136,10 +136,13 @@ PathFacts kestin_look_at(const char* path) {
         const bool is_unknown = may_exist();
         return {.exists = is_unknown, .is_unknown = is_unknown};
     }
-    if (S_ISLNK(facts.st_mode) && !examine(path, facts)) {
-        return {.exists = true};
+    const bool is_link = S_ISLNK(facts.st_mode);
+    PathFacts told{.exists = true};
+    if (!is_link || examine(path, facts)) {
+        told = detail::facts_of(facts);
     }
-    return detail::facts_of(facts);
+    told.is_link = is_link;
+    return told;
 }
 
 bool file_set_time(const char* path, std::int64_t time) {

@@ -36,8 +36,8 @@ bool kestin_rename_safe(const char* from, const char* to);
 // afterwards, errno tells why.
 void kestin_create_directory_recursive(const std::string& path);
 
-// Returns true once the entries of the directory are on the disk (fsync(2)).
-bool kestin_sync_directory(const char* path);
+// Returns true once the file, or the entries of the directory, are on the disk (fsync(2)).
+bool kestin_sync_path(const char* path);
 
 // Whether files below the directory can be locked (File::lock). True also if that can't be tried.
 bool kestin_can_lock(const std::string& directory);
@@ -60,6 +60,7 @@ struct PathFacts {
     bool is_examined = false;
     bool is_directory = false;
     bool is_regular = false;
+    bool is_link = false;
     bool is_unknown = false;
     std::int64_t size = 0;
     std::int64_t time = 0;

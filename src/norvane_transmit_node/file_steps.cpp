@@ -1,5 +1,7 @@
 #include "src/norvane_transmit_node/file_steps.h"
 
+#include <algorithm>
+
 #include "kestin_base/file_system.h"
 #include "kestin_base/record.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
@@ -42,26 +44,16 @@ bool remove_file(const OperationLog& log, KESTIN_LOG_LEVEL level, const std::str
     return true;
 }
 
-// The rename replaces what lies at the target as a rule; what it doesn't, it may when that is gone.
-bool put_in_place(const OperationLog& log, const std::string& temp_path,
+bool put_in_place(const OperationLog& log, const TemporaryFile& temporary,
                   const std::string& target_path) {
-    SystemCause cause{};
-    const auto rename = [&] {
-        const bool done = kestin_rename_safe(temp_path.c_str(), target_path.c_str());
-        cause = system_cause();
-        return done;
-    };
-    if (!rename() && !(kestin_access_safe(target_path.c_str()) &&
-                       remove_file(log, KESTIN_LOG_ERROR, target_path) && rename())) {
-        log.error(cause, "rename file failed (%s) -> (%s)", temp_path.c_str(), target_path.c_str());
+    if (!kestin_rename_safe(temporary.path().c_str(), target_path.c_str())) {
+        log.error(system_cause(), "rename file failed (%s) -> (%s)", temporary.path().c_str(),
+                  target_path.c_str());
         return false;
     }
-    return true;
-}
-
-bool set_time(const OperationLog& log, const std::string& path, std::int64_t time) {
-    if (!file_set_time(path.c_str(), time)) {
-        log.error(system_cause(), "set file time failed (%s)", path.c_str());
+    const std::string folder = parent_of(target_path);
+    if (temporary.policy().is_durable && !kestin_sync_path(folder.c_str())) {
+        log.error(system_cause(), "sync folder failed (%s)", folder.c_str());
         return false;
     }
     return true;
@@ -93,12 +85,13 @@ bool is_root(std::uint32_t storage_id, std::uint32_t user_id, const std::string&
            path == service.make_transmit_path(storage_id, 0, "", false);
 }
 
-FileFacts facts_of_file(const PathFacts& facts) {
-    return {.exists = facts.exists, .size = facts.size, .time = facts.time};
+std::string parent_of(const std::string& path) {
+    const std::size_t separator = path.find_last_of("\\/");
+    return path.substr(0, std::max<std::size_t>(separator, 1));
 }
 
-FileFacts look_at_file(const std::string& path) {
-    return facts_of_file(kestin_look_at(path.c_str()));
+FileFacts facts_of_file(const PathFacts& facts) {
+    return {.exists = facts.is_regular, .size = facts.size, .time = facts.time};
 }
 
 void record_upload(const std::string& target_path, std::int64_t size) {

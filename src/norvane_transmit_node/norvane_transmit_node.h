@@ -2,6 +2,7 @@
 
 #include <boost/thread/mutex.hpp>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -63,7 +64,6 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
     struct Dispatch;
     // What a request works on, beside the node itself.
     enum class Work { nothing, transfer, storage, storage_and_transfer, listing };
-    struct FinishedUpload;
     enum class Taken { incomplete, whole, failed };
 
     // The node itself: norvane_transmit_node.cpp.
@@ -164,18 +164,9 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
     message::Status do_handle_cleanup_connection_request();
 
     // The conversations' own steps, each beside its handlers.
-    message::Status begin_upload(const OperationLog& log, UploadClaim claim,
-                                 const std::string& target_path, const std::string& temp_path,
-                                 const UploadAnnouncement& announcement, std::int64_t& offset);
-    static message::Status prepare_temporary_file(const OperationLog& log,
-                                                  const std::string& target_path,
-                                                  const std::string& temp_path,
-                                                  const UploadAnnouncement& announcement,
-                                                  std::int64_t& offset);
-    static message::Status finish_temporary_file(const OperationLog& log,
-                                                 const std::string& target_path,
-                                                 const std::string& temp_path, std::int64_t size);
-    static message::Status finish_upload(const OperationLog& log, const FinishedUpload& upload);
+    message::Status begin_upload(const OperationLog& log, std::unique_ptr<TemporaryFile> temporary,
+                                 const std::string& target_path, UploadAnnouncement announcement,
+                                 std::int64_t& offset);
     bool send_download_file_data(Connection* connection, DownloadFileTcpEvent* event);
     bool send_download_data_response(Connection* connection, message::Status status,
                                      std::string_view data);

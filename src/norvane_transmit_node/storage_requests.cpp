@@ -33,9 +33,10 @@ message::Status NorvaneTransmitNode::do_handle_create_directory_request(
     if (!find_storage(log, request.storage_id)) {
         return message::status_invalid_storage_id;
     }
-    const std::string directory = NorvaneTransmitService::instance().make_transmit_path(
-        request.storage_id, request.user_id, path.c_str(), true);
-    if (!make_directory(directory)) {
+    const auto& service = NorvaneTransmitService::instance();
+    const std::string directory =
+        service.make_transmit_path(request.storage_id, request.user_id, path.c_str(), true);
+    if (!service.may_create_in(request.storage_id) || !make_directory(directory)) {
         log.error(system_cause(), "create directory failed (%s)", directory.c_str());
         return message::status_create_directory_failed;
     }

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-// What an upload does with what it finds on the disk. S and T are the announced size and time; a
-// target that isn't complete is deleted.
+// What an upload does with what it finds on the disk. S and T are the announced size and time; only
+// a regular file counts, and a target that isn't complete is replaced.
 //
 //   target            temporary file         plan
 //   size S, time T    anything               already_complete
@@ -13,25 +13,25 @@
 enum class UploadPlan { already_complete, finish_temporary, continue_temporary, start_over };
 
 struct FileFacts {
-    bool exists = false;
+    bool exists = false;  // as a regular file
     std::int64_t size = 0;
     std::int64_t time = 0;
 };
 
 // Size and time as announced; `exists` plays no part there.
+constexpr bool is_announced(const FileFacts& file, const FileFacts& announced) {
+    return file.exists && file.time == announced.time && file.size == announced.size;
+}
+
 constexpr UploadPlan plan_upload(const FileFacts& target, const FileFacts& temporary,
                                  const FileFacts& announced) {
-    const auto is_of_that_time = [&announced](const FileFacts& file) {
-        return file.exists && file.time == announced.time;
-    };
-    if (is_of_that_time(target) && target.size == announced.size) {
+    if (is_announced(target, announced)) {
         return UploadPlan::already_complete;
     }
-    if (is_of_that_time(temporary) && temporary.size == announced.size) {
+    if (is_announced(temporary, announced)) {
         return UploadPlan::finish_temporary;
     }
-    if (is_of_that_time(temporary) && temporary.size < announced.size) {
-        return UploadPlan::continue_temporary;
-    }
-    return UploadPlan::start_over;
+    const bool is_of_that_time = temporary.exists && temporary.time == announced.time;
+    return is_of_that_time && temporary.size < announced.size ? UploadPlan::continue_temporary
+                                                              : UploadPlan::start_over;
 }

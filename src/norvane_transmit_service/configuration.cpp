@@ -64,6 +64,13 @@ bool read_filename(const std::string& text, Settings& settings) {
     return true;
 }
 
+bool read_checkpoint(const std::string& text, Settings& settings) {
+    constexpr std::uint64_t most = 1 << 20;  // a TiB
+    const bool is_number = read_value(text, settings.checkpoint_mib);
+    settings.checkpoint_mib = std::min(settings.checkpoint_mib, most);
+    return is_number;
+}
+
 bool read_storage_id(const std::string& text, Storage& storage) {
     storage.id_text = text;
     return read_value(text, storage.id);
@@ -79,12 +86,15 @@ constexpr auto settings_elements = std::to_array<Element<Settings>>({
     {"transmit_temp_file_suffix", read_suffix},
     {"transmit_info_update_interval", read_interval},
     {"storage_configuration", read_filename},
+    {"durable_upload", read_field<&Settings::durable_upload>, optional},
+    {"checkpoint_mib", read_checkpoint, optional},
 });
 
 constexpr auto storage_elements = std::to_array<Element<Storage>>({
     {"id", read_storage_id, required, "storage id is invalid"},
     {"name", read_text<&Storage::name>, required, "storage name is invalid"},
     {"directory", read_text<&Storage::directory>, required, "storage directory is invalid"},
+    {"create_directory", read_field<&Storage::create_directory>, optional},
 });
 
 std::string failed(const char* step, const std::string& argument) {

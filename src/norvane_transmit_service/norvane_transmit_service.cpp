@@ -60,6 +60,7 @@ bool NorvaneTransmitService::init(const std::string& root) {
         exit();
         return false;
     }
+    warn_of_storages_without_locks();
     log.debug("tcp transmit service transmit listen on (%s:%d)", settings_.host.c_str(),
               settings_.transmit_port);
     if (!listen()) {

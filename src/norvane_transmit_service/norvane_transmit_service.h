@@ -21,6 +21,7 @@
 #include "src/shared/operation_log.h"
 #include "src/shared/transmit_statistics.h"
 #include "src/storage_gate/storage_gate.h"
+#include "src/tcp_event/temporary_file.h"
 
 class NorvaneTransmitNode;
 
@@ -63,6 +64,12 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
                                    const char* path, bool lower) const;
     const std::string& get_temp_file_suffix() const { return settings_.transmit_temp_file_suffix; }
 
+    // When the bytes of uploads have to be on the disk.
+    WritePolicy write_policy() const;
+    // Whether a request may make folders in the storage: false if its own folder is missing, and
+    // nobody but the administrator may make that.
+    bool may_create_in(std::uint32_t storage_id) const;
+
     // The list of shown storages as an XML document. On false `document` is empty.
     bool make_storage_information(std::string& document) const;
 
@@ -82,6 +89,7 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     static OperationLog operation_log(const char* function = __builtin_FUNCTION());
 
     bool parse_configuration();
+    void warn_of_storages_without_locks() const;
     bool listen();
     void forget_configuration();
     void format_pathname(const std::string& in, std::string& out, bool lower) const;

@@ -1,6 +1,5 @@
 #include "src/norvane_transmit_service/path_mapping.h"
 
-#include <array>
 #include <cctype>
 #include <vector>
 
@@ -14,9 +13,6 @@ constexpr const char* separators = "\\/";
 
 // A grouping folder bears the lowest id of its users.
 constexpr std::uint32_t users_per_group = 500;
-
-// What follows a storage's directory for a user is cut to this, terminator included.
-constexpr std::size_t user_path_size = 4096;
 
 std::vector<std::string> accepted_components(const std::string& path) {
     std::vector<std::string> accepted;
@@ -39,18 +35,17 @@ bool ends_in_separator(const std::string& path) {
     return last != std::string::npos && (path[last] == '/' || path[last] == '\\');
 }
 
+// Ids above 2147483647 are written as the negative numbers of the same bits.
 std::string user_path(const Settings& settings, std::uint32_t user_id, const std::string& path) {
-    std::array<char, user_path_size> text{};
+    const auto folder = [](std::uint32_t id) {
+        return '/' + std::to_string(static_cast<std::int32_t>(id));
+    };
     if (!settings.use_user_id) {
-        Kestin::Base::kestin_snprintf(text.data(), text.size(), "/%s", path.c_str());
-    } else if (!settings.group_by_user_id) {
-        Kestin::Base::kestin_snprintf(text.data(), text.size(), "/%d/%s", user_id, path.c_str());
-    } else {
-        const std::uint32_t group = user_id / users_per_group * users_per_group;
-        Kestin::Base::kestin_snprintf(text.data(), text.size(), "/%d/%d/%s", group, user_id,
-                                      path.c_str());
+        return '/' + path;
     }
-    return text.data();
+    const std::string user = folder(user_id) + '/' + path;
+    return settings.group_by_user_id ? folder(user_id / users_per_group * users_per_group) + user
+                                     : user;
 }
 
 }  // namespace

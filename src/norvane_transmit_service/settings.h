@@ -14,4 +14,6 @@ struct Settings {
     std::string transmit_temp_file_suffix = ".tcp";
     std::uint64_t transmit_info_update_interval = 3;  // seconds, 1 to 5
     std::string storage_configuration;                // the file that lists the storages
+    bool durable_upload = false;       // a finished upload is on the disk before the answer
+    std::uint64_t checkpoint_mib = 0;  // how much of an upload a kill may cost; 0: all of it
 };

@@ -5,10 +5,9 @@
 #include <span>
 #include <string>
 
-#include "kestin_base/file.h"
 #include "src/shared/live_node_record.h"
 #include "src/tcp_event/tcp_event_base.h"
-#include "src/tcp_event/upload_claim.h"
+#include "src/tcp_event/temporary_file.h"
 
 // What a client announced of the file that it sends, and what it meets.
 struct UploadAnnouncement {
@@ -35,54 +34,29 @@ class UploadFileTcpEvent : public TcpEventBase {
     void release() override;
     const char* event_name() const override { return name; }
 
-    // Makes the temporary file, ahead of `open`. False: something stands there already, or it can't
-    // be made.
-    bool create(const std::string& temp_path) { return file_.create(temp_path.c_str()); }
-
-    // Opens the temporary file, if `create` hasn't, which holds `offset` bytes already, to write
-    // behind them; false also if it holds another number. The claim is the event's from here on,
-    // also on false.
-    bool open(UploadClaim claim, const std::string& target_path, const std::string& temp_path,
-              std::int64_t offset, const UploadAnnouncement& announcement);
+    // Begins to write behind the bytes that the open temporary file has.
+    void begin(std::unique_ptr<TemporaryFile> temporary, const std::string& target_path,
+               const UploadAnnouncement& announcement);
 
     // Writes the blocks of file data, at most File::most_pieces of them. How many were written
     // whole; written_size counts these and the one that failed.
-    using Block = Kestin::Base::File::Piece;
+    using Block = TemporaryFile::Block;
     std::size_t write(std::span<const Block> blocks);
 
-    // Stamps and closes the temporary file ahead of the event's end. False: the system reports only
-    // now that bytes were lost, and the file isn't to be continued.
-    bool close();
-
-    // Whether the closed temporary file is known to bear the announced time.
-    bool is_stamped() const { return is_stamped_; }
-
-    // The event's end doesn't stamp what may come to stand at the target.
-    void spare_target() { announcement_.target_stays = true; }
-
-    // Keeps the names claimed beyond the event's end.
-    UploadClaim take_claim() { return std::move(claim_); }
+    // Hands the temporary file on, as it is, to one who settles it.
+    std::unique_ptr<TemporaryFile> take_temporary() { return std::move(temporary_); }
 
     void update_node_record(LiveNodeRecord& record) const;
 
     bool encrypted() const { return announcement_.encrypted; }
-    std::int64_t file_size() const { return announcement_.file_size; }
-    std::int64_t file_time() const { return announcement_.file_time; }
+    const UploadAnnouncement& announcement() const { return announcement_; }
     // Bytes of the file held so far: the offset at the start, then growing with each block.
     std::int64_t written_size() const { return written_size_; }
     const std::string& target_path() const { return target_path_; }
-    const std::string& temp_path() const { return temp_path_; }
 
   private:
-    void reserve_ahead(std::uint64_t length);
-
     UploadAnnouncement announcement_;
     std::string target_path_;
-    std::string temp_path_;
     std::int64_t written_size_ = 0;
-    std::int64_t reserved_size_ = 0;
-    bool is_intact_ = false;  // the temporary file is the beginning of the client's
-    bool is_stamped_ = false;
-    UploadClaim claim_;
-    Kestin::Base::File file_;
+    std::unique_ptr<TemporaryFile> temporary_;
 };

@@ -39,7 +39,7 @@ std::string storage_list(const std::vector<Storage>& storages) {
         items += element("item", element("id", std::to_string(storage.id)) +
                                      element("name", storage.name) +
                                      element("show", word(storage.show)) +
-                                     element("directory", storage.directory));
+                                     element("directory", storage.directory) + storage.further);
     }
     return element("storages", items);
 }
@@ -54,7 +54,7 @@ std::string configuration(const ServerSettings& settings) {
             element("pathname_use_lower", word(settings.pathname_use_lower)) +
             element("transmit_temp_file_suffix", settings.temp_file_suffix) +
             element("transmit_info_update_interval", std::to_string(settings.update_interval)) +
-            element("storage_configuration", "cfg/storage.xml"));
+            element("storage_configuration", "cfg/storage.xml") + settings.further);
 }
 
 }  // namespace

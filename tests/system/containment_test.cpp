@@ -133,7 +133,8 @@ TEST_F(ContainmentTest, ALinkIsTakenForItselfWhereItIsNamed) {
 TEST_F(ContainmentTest, NoUploadGoesOnThroughALink) {
     std::filesystem::create_symlink(outside("sentinel"), own("n.tcp"));
     const request::Upload upload{.path = "n", .size = 1000, .time = 1000, .user_id = user};
-    EXPECT_EQ(peer.prepare(upload).status, message::status_open_write_failed);
+    EXPECT_EQ(peer.prepare(upload), (UploadPrepared{message::status_file_incomplete, 0}));
+    EXPECT_FALSE(std::filesystem::is_symlink(own("n.tcp")));
 }
 
 // So that a folder of another disk can be brought in.

@@ -253,8 +253,11 @@ TEST_F(FileTest, AnOpenFileKnowsWhereItStands) {
     EXPECT_TRUE(file.truncate(2));
     EXPECT_TRUE(file.write("+", 1));
     EXPECT_EQ(bytes_of(root / "g"), "12+");
-    EXPECT_TRUE(kestin_sync_directory(root.path().c_str()));
-    EXPECT_FALSE(kestin_sync_directory(path.c_str()));
+    EXPECT_TRUE(file.flush());
+    EXPECT_TRUE(file.write("!", 1)) << "still open";
+    EXPECT_TRUE(kestin_sync_path(root.path().c_str()));
+    EXPECT_TRUE(kestin_sync_path(path.c_str()));
+    EXPECT_FALSE(kestin_sync_path((root / "none").c_str()));
 }
 
 TEST_F(FileTest, AttributesStayWithTheFile) {
