@@ -29,10 +29,11 @@ faults::Order* map_order(const std::string& path) {
 }  // namespace
 
 // A loader reads the environment at a program's start: this process has started already.
-FaultyServer::FaultyServer() : order_(map_order(folder_.path() + "order")) {
+FaultyServer::FaultyServer(const support::ServerSettings& settings)
+    : order_(map_order(folder_.path() + "order")) {
     setenv("LD_PRELOAD", FAULT_INJECTOR, 1);
     setenv(faults::order_variable, (folder_.path() + "order").c_str(), 1);
-    server_.emplace();
+    server_.emplace(settings);
     unsetenv("LD_PRELOAD");
 }
 

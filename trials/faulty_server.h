@@ -19,12 +19,15 @@ struct Fault {
 // A running server whose calls of the system fail as ordered. One order at a time.
 class FaultyServer {
   public:
-    FaultyServer();
+    explicit FaultyServer(const support::ServerSettings& settings = {});
 
     support::RunningServer& server() { return *server_; }
 
     void order(const Fault& fault);
     void end_order();
+    // From here on, or no longer, calls on files below `faults::hanging_folder` hang.
+    void set_hanging(bool hangs) { order_->hangs = hangs; }
+    int hanging_calls() const { return order_->hanging; }
     // Whether anything has failed since the order.
     bool has_failed() const { return order_->failed > 0; }
     // How many calls of the last order's kind were made while it stood.

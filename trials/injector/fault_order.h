@@ -41,8 +41,16 @@ struct Order {
     std::atomic<int> error{0};
     std::atomic<int> seen{0};
     std::atomic<int> failed{0};
+    // While set, calls on files below a folder of the name `hanging_folder` don't return, as on a
+    // disk that hangs.
+    std::atomic<bool> hangs{false};
+    // Calls that hang now.
+    std::atomic<int> hanging{0};
 };
 static_assert(std::atomic<Call>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+// A part of the path of every file whose calls can hang.
+inline constexpr const char* hanging_folder = "/hanging/";
 
 // Names the file.
 inline constexpr const char* order_variable = "TRANSMIT_FAULT_ORDER";

@@ -12,10 +12,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "trials/injector/fault_order.h"
 
@@ -66,6 +69,39 @@ ssize_t part_of(std::size_t size, Call call) {
     return errno == faults::cut_short ? static_cast<ssize_t>(std::min<std::size_t>(size, 1)) : -1;
 }
 
+bool hangs(const char* path) {
+    return order->hangs.load(std::memory_order_acquire) && path != nullptr &&
+           std::strstr(path, faults::hanging_folder) != nullptr;
+}
+
+// Returns once nothing hangs there.
+void wait_for(const char* path) {
+    if (order == nullptr || !hangs(path)) {
+        return;
+    }
+    ++order->hanging;
+    while (hangs(path)) {
+        constexpr timespec pause{0, 5'000'000};
+        nanosleep(&pause, nullptr);
+    }
+    --order->hanging;
+}
+
+// The same for an open file or folder.
+void wait_for(int file) {
+    if (order == nullptr || !order->hangs.load(std::memory_order_acquire)) {
+        return;
+    }
+    std::array<char, 64> link{};
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
+    std::array<char, 4096> path{};
+    const ssize_t size = readlink(link.data(), path.data(), path.size() - 2);
+    if (size > 0) {
+        path[static_cast<std::size_t>(size)] = '/';
+        wait_for(path.data());
+    }
+}
+
 template <typename Function>
 Function* next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -96,11 +132,13 @@ void* mmap(void* address, std::size_t size, int protection, int flags, int file,
 
 ssize_t write(int file, const void* data, std::size_t size) {
     NEXT(write);
+    wait_for(file);
     const ssize_t part = part_of(size, Call::write);
     return part < 0 ? -1 : next_write(file, data, static_cast<std::size_t>(part));
 }
 ssize_t pread(int file, void* data, std::size_t size, off_t offset) {
     NEXT(pread);
+    wait_for(file);
     const ssize_t part = part_of(size, Call::read);
     return part < 0 ? -1 : next_pread(file, data, static_cast<std::size_t>(part), offset);
 }
@@ -112,6 +150,7 @@ ssize_t recv(int socket, void* data, std::size_t size, int flags) {
 // Of many pieces the first byte of the first, which is never empty.
 ssize_t writev(int file, const iovec* pieces, int count) {
     NEXT(writev);
+    wait_for(file);
     const ssize_t part = part_of(2, Call::write);
     const iovec first{pieces->iov_base, 1};
     return part < 0    ? -1
@@ -130,16 +169,19 @@ ssize_t sendmsg(int socket, const msghdr* message, int flags) {
 
 int fallocate(int file, int mode, off_t offset, off_t length) {
     NEXT(fallocate);
+    wait_for(file);
     return fails(Call::reserve) ? -1 : next_fallocate(file, mode, offset, length);
 }
 int ftruncate(int file, off_t length) {
     NEXT(ftruncate);
+    wait_for(file);
     return fails(Call::reserve) ? -1 : next_ftruncate(file, length);
 }
 
 // A descriptor whose close reports an error is closed all the same (close(2)).
 int close(int file) {
     NEXT(close);
+    wait_for(file);
     const bool is_reported = fails(Call::close);
     const int error = errno;
     const int result = next_close(file);
@@ -149,6 +191,7 @@ int close(int file) {
 
 int open(const char* path, int flags, ...) {
     NEXT(open);
+    wait_for(path);
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -158,38 +201,47 @@ int open(const char* path, int flags, ...) {
 // Nobody makes a file with it.
 int openat(int folder, const char* path, int flags, ...) {
     NEXT(openat);
+    wait_for(folder);
     return fails(Call::open, path) ? -1 : next_openat(folder, path, flags);
 }
 int rename(const char* from, const char* to) {
     NEXT(rename);
+    wait_for(from);
     return fails(Call::rename, from) ? -1 : next_rename(from, to);
 }
 int unlink(const char* path) {
     NEXT(unlink);
+    wait_for(path);
     return fails(Call::unlink, path) ? -1 : next_unlink(path);
 }
 int unlinkat(int folder, const char* path, int flags) {
     NEXT(unlinkat);
+    wait_for(folder);
     return fails(Call::unlink, path) ? -1 : next_unlinkat(folder, path, flags);
 }
 int rmdir(const char* path) {
     NEXT(rmdir);
+    wait_for(path);
     return fails(Call::unlink, path) ? -1 : next_rmdir(path);
 }
 int utimensat(int folder, const char* path, const timespec times[2], int flags) {
     NEXT(utimensat);
+    wait_for(path);
     return fails(Call::set_time, path) ? -1 : next_utimensat(folder, path, times, flags);
 }
 int futimens(int file, const timespec times[2]) {
     NEXT(futimens);
+    wait_for(file);
     return fails(Call::set_time) ? -1 : next_futimens(file, times);
 }
 int mkdir(const char* path, mode_t mode) {
     NEXT(mkdir);
+    wait_for(path);
     return fails(Call::make_folder, path) ? -1 : next_mkdir(path, mode);
 }
 DIR* opendir(const char* path) {
     NEXT(opendir);
+    wait_for(path);
     return fails(Call::open_folder, path) ? nullptr : next_opendir(path);
 }
 DIR* fdopendir(int folder) {
@@ -202,18 +254,22 @@ dirent* readdir(DIR* folder) {
 }
 int stat(const char* path, struct stat* facts) {
     NEXT(stat);
+    wait_for(path);
     return fails(Call::examine, path) ? -1 : next_stat(path, facts);
 }
 int lstat(const char* path, struct stat* facts) {
     NEXT(lstat);
+    wait_for(path);
     return fails(Call::examine, path) ? -1 : next_lstat(path, facts);
 }
 int fstat(int file, struct stat* facts) {
     NEXT(fstat);
+    wait_for(file);
     return fails(Call::examine) ? -1 : next_fstat(file, facts);
 }
 int fstatat(int folder, const char* path, struct stat* facts, int flags) {
     NEXT(fstatat);
+    wait_for(folder);
     return fails(Call::examine, path) ? -1 : next_fstatat(folder, path, facts, flags);
 }
 
