@@ -12,7 +12,7 @@ void run(std::string_view input) {
     static const std::string path = folder.path() + "log.ini";
     support::write_file(path, input);
     std::array<Kestin::Base::detail::LogSettings, 2> logs;
-    if (!Kestin::Base::detail::read_log_settings(path.c_str(), logs)) {
+    if (!Kestin::Base::detail::read_log_settings(path.c_str(), logs).empty()) {
         return;
     }
     for (const auto& log : logs) {

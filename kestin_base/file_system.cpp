@@ -26,6 +26,14 @@ bool may_exist() {
     return errno != ENOENT && errno != ENOTDIR && errno != ENAMETOOLONG;
 }
 
+// The path without links; empty if it can't be examined.
+std::string resolve(const char* path) {
+    char* resolved = ::realpath(path, nullptr);
+    const std::string text = resolved == nullptr ? "" : resolved;
+    std::free(resolved);
+    return text;
+}
+
 // Puts the directory `from` in the place of the file at `to`: the two change places in one step,
 // then the file goes.
 bool replace_file_by_directory(const char* from, const char* to) {
@@ -63,6 +71,13 @@ bool kestin_same_file(const char* one, const char* other) {
     struct stat second {};
     return examine_link(one, first) && examine_link(other, second) &&
            detail::is_same(first, second);
+}
+
+bool kestin_is_inside(const char* path, const char* folder) {
+    const std::string inner = resolve(path);
+    const std::string outer = resolve(folder);
+    return !inner.empty() && !outer.empty() &&
+           (inner + '/').starts_with(outer == "/" ? outer : outer + '/');
 }
 
 bool kestin_chmod_safe(const char* path) {

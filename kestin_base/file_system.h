@@ -21,6 +21,10 @@ bool kestin_path_is_directory(const char* path, bool& is_directory);
 // symbolic kind not followed). False if either can't be examined.
 bool kestin_same_file(const char* one, const char* other);
 
+// Whether `path` is the directory `folder` or lies in it, with all links followed. False if either
+// can't be examined.
+bool kestin_is_inside(const char* path, const char* folder);
+
 // Lets the owner write to the file. A link is left alone, and so is what it points to.
 bool kestin_chmod_safe(const char* path);
 

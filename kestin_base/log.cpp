@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <new>
@@ -9,6 +10,7 @@
 #include "kestin_base/detail/log_settings.h"
 #include "kestin_base/detail/log_text.h"
 #include "kestin_base/detail/repeat_limit.h"
+#include "kestin_base/strings.h"
 
 namespace Kestin::Base {
 namespace {
@@ -108,15 +110,14 @@ LogSwitch::~LogSwitch() {
 
 bool LogSwitch::init(const char* config_path) {
     std::array<detail::LogSettings, 2> settings;
-    if (!detail::read_log_settings(config_path, settings)) {
-        return false;
+    failure_ = detail::read_log_settings(config_path, settings);
+    for (std::size_t index = 0; failure_.empty() && index < settings.size(); ++index) {
+        if (!logs().at(index).open(settings.at(index))) {
+            failure_ = settings.at(index).file.path + ": " + kestin_error_text(errno);
+            exit();
+        }
     }
-    auto& [run, debug] = logs();
-    if (run.open(settings[0]) && debug.open(settings[1])) {
-        return true;
-    }
-    exit();
-    return false;
+    return failure_.empty();
 }
 
 void LogSwitch::exit() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <type_traits>
 
 #include "kestin_base/detail/printf_format.h"
@@ -23,14 +24,17 @@ class LogSwitch : private Uncopy {
     static LogSwitch& instance();
 
     // Starts both logs from the settings file `<root>cfg/log.ini`; relative log files count from
-    // the folder above the one that holds it. False, with the reason on no channel: the file is
-    // missing, faulty, or names a log file that can't be opened.
+    // the folder above the one that holds it. Returns false if the file is missing or faulty, or
+    // names a log file that can't be opened. `failure` then says which, in words for a person.
     bool init(const char* config_path);
+    const std::string& failure() const { return failure_; }
     void exit();
 
   private:
     LogSwitch();
     ~LogSwitch();
+
+    std::string failure_;
 };
 
 namespace detail {

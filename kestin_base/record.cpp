@@ -1,10 +1,12 @@
 #include "kestin_base/record.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <new>
 
 #include "kestin_base/detail/line_file.h"
 #include "kestin_base/detail/log_text.h"
+#include "kestin_base/strings.h"
 
 namespace Kestin::Base {
 namespace {
@@ -34,8 +36,11 @@ Record::~Record() {
 }
 
 bool Record::init(const std::string& root) {
-    return record_file().open(
-        {.path = root + "log/record.log", .size = record_size, .count = record_count});
+    const std::string path = root + "log/record.log";
+    const bool is_open =
+        record_file().open({.path = path, .size = record_size, .count = record_count});
+    failure_ = is_open ? "" : path + ": " + kestin_error_text(errno);
+    return is_open;
 }
 
 void Record::exit() {

@@ -15,8 +15,9 @@ class Record : private Uncopy {
   public:
     static Record& instance();
 
-    // False: the file can't be opened.
+    // Returns false if the file can't be opened. `failure` then says why, in words for a person.
     bool init(const std::string& root);
+    const std::string& failure() const { return failure_; }
     void exit();
 
     // Appends one entry; callable from every thread. Does nothing outside init and exit. An entry
@@ -26,6 +27,8 @@ class Record : private Uncopy {
   private:
     Record();
     ~Record();
+
+    std::string failure_;
 };
 
 }  // namespace Kestin::Base

@@ -3,18 +3,20 @@
 #include <libxml/parser.h>
 
 #include <array>
+#include <cerrno>
 
 #include "kestin_base/detail/xml_reader.h"
 #include "kestin_base/detail/xml_writer.h"
 #include "kestin_base/file.h"
+#include "kestin_base/strings.h"
 
 namespace Kestin::Base {
 namespace {
 
 constexpr std::size_t max_file_size = std::size_t{64} << 20U;
 
-// The bytes of a file, read by our own means: the library takes a file name for an address, with
-// schemes, escapes and "-" for the standard input.
+// Reads a file by our own means: the library takes a file name for an address, with schemes,
+// escapes and "-" for the standard input. On false errno says why.
 bool read_file(const char* path, std::string& text) {
     File file;
     std::array<char, 65536> block;
@@ -23,7 +25,11 @@ bool read_file(const char* path, std::string& text) {
         return false;
     }
     while (!file.is_eof()) {
-        if (!file.read(block.data(), block.size(), got) || text.size() + got > max_file_size) {
+        if (!file.read(block.data(), block.size(), got)) {
+            return false;
+        }
+        if (text.size() + got > max_file_size) {
+            errno = EFBIG;
             return false;
         }
         text.append(block.data(), got);
@@ -46,13 +52,30 @@ Xml::~Xml() = default;
 
 bool Xml::load(const char* path) {
     std::string text;
-    reader_ = read_file(path, text) ? detail::XmlReader::parse(text) : nullptr;
-    return reader_ != nullptr;
+    if (!read_file(path, text)) {
+        failure_ = {0, kestin_error_text(errno)};
+        reader_.reset();
+        return false;
+    }
+    return parse(text);
 }
 
 bool Xml::set_document(const char* text) {
-    reader_ = detail::XmlReader::parse(text);
+    return parse(text);
+}
+
+bool Xml::parse(const std::string& text) {
+    failure_ = {};
+    reader_ = detail::XmlReader::parse(text, failure_);
     return reader_ != nullptr;
+}
+
+int Xml::line_of(const char* name) const {
+    return reader_ == nullptr ? 0 : reader_->line_of(name);
+}
+
+int Xml::sub_document_line() const {
+    return reader_ == nullptr ? 0 : reader_->sub_document_line();
 }
 
 bool Xml::into_element(const char* name) {

@@ -4,6 +4,8 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 #include "kestin_base/detail/descriptor.h"
 #include "kestin_base/file_system.h"
 #include "kestin_base/path.h"
@@ -19,10 +21,22 @@ constexpr std::chrono::seconds retry_pause{5};
 // a disk that hangs holds one thread, and the others for this long once.
 constexpr std::chrono::seconds patience{1};
 
+bool create_folder_of(const std::string& path) {
+    std::string folder;
+    bool is_directory = false;
+    kestin_extract_directory(path.c_str(), folder, true);
+    kestin_create_directory_recursive(folder);
+    const int failure = errno;
+    const bool exists = kestin_path_is_directory(folder.c_str(), is_directory);
+    errno = exists && !is_directory ? ENOTDIR : failure;
+    return exists && is_directory;
+}
+
 // Whether the file can be opened now; the sink itself would wait and try again.
 bool can_open(const std::string& path) {
     const int mode = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK;
-    return static_cast<bool>(Descriptor(::open(path.c_str(), mode, 0666)));
+    return create_folder_of(path) &&
+           static_cast<bool>(Descriptor(::open(path.c_str(), mode, 0666)));
 }
 
 }  // namespace
@@ -160,9 +174,6 @@ bool LineFile::ready() {
 
 bool LineFile::reopen() {
     give_up();
-    std::string folder;
-    kestin_extract_directory(settings_.path.c_str(), folder, true);
-    kestin_create_directory_recursive(folder);
     if (can_open(settings_.path)) {
         try {
             sink_ = std::make_unique<Sink>(settings_);

@@ -31,7 +31,8 @@ class LineFile : private Uncopy {
     LineFile();
     ~LineFile();
 
-    // False, with nothing open: the file can't be opened. Its folders are made where they lack.
+    // Creates the folders of the file where they are missing. Returns false, with nothing open, if
+    // the file can't be opened; errno then says why.
     bool open(const LineFileSettings& settings);
     void close();
 

@@ -1,8 +1,11 @@
 #include "kestin_base/detail/xml_reader.h"
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 #include <libxml/xmlerror.h>
 
+#include <cerrno>
 #include <limits>
 
 #include "kestin_base/strings.h"
@@ -11,8 +14,37 @@ namespace Kestin::Base::detail {
 namespace {
 
 // Entities stay unexpanded, nothing is fetched, and faults are told by the result alone.
-constexpr int strict =
-    XML_PARSE_NONET | XML_PARSE_NOCDATA | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+constexpr int strict = XML_PARSE_NONET | XML_PARSE_NOCDATA | XML_PARSE_NOERROR |
+                       XML_PARSE_NOWARNING | XML_PARSE_BIG_LINES;
+
+struct ReleaseParser {
+    void operator()(xmlParserCtxt* parser) const { xmlFreeParserCtxt(parser); }
+};
+using Parser = std::unique_ptr<xmlParserCtxt, ReleaseParser>;
+
+// The library bounds the expansion of general entities, not of parameter entities.
+void declare_entity(void* context, const xmlChar* name, int type, const xmlChar* public_id,
+                    const xmlChar* system_id, xmlChar* content) {
+    auto* parser = static_cast<xmlParserCtxt*>(context);
+    if (type != XML_INTERNAL_PARAMETER_ENTITY && type != XML_EXTERNAL_PARAMETER_ENTITY) {
+        xmlSAX2EntityDecl(context, name, type, public_id, system_id, content);
+        return;
+    }
+    auto& failure = *static_cast<Xml::Failure*>(parser->_private);
+    failure = {xmlSAX2GetLineNumber(parser), "parameter entities are not allowed"};
+    xmlStopParser(parser);
+    parser->wellFormed = 0;
+}
+
+Xml::Failure last_failure(const xmlParserCtxt& parser) {
+    const xmlError& error = parser.lastError;
+    if (error.message == nullptr) {
+        return {1, "the document is empty"};
+    }
+    std::string reason = error.message;
+    kestin_string_trim(reason, blank_characters);
+    return {error.line, reason};
+}
 
 // Some faults, of encodings for one, are told to the process rather than to the parser, and would
 // go to the standard error. The setting is the calling thread's.
@@ -49,14 +81,31 @@ std::string text_of(const xmlNode* element) {
 
 }  // namespace
 
-std::unique_ptr<XmlReader> XmlReader::parse(std::string_view text) {
+std::unique_ptr<XmlReader> XmlReader::parse(std::string_view text, Xml::Failure& failure) {
     if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        failure = {0, kestin_error_text(EFBIG)};
         return nullptr;
     }
     keep_library_silent();
-    xmlDoc* document =
-        xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, strict);
+    const Parser parser(xmlNewParserCtxt());
+    if (parser == nullptr) {
+        failure = {0, kestin_error_text(ENOMEM)};
+        return nullptr;
+    }
+    parser->_private = &failure;
+    parser->sax->entityDecl = declare_entity;
+    xmlDoc* document = xmlCtxtReadMemory(parser.get(), text.data(), static_cast<int>(text.size()),
+                                         nullptr, nullptr, strict);
+    if (document == nullptr && failure.reason.empty()) {
+        failure = last_failure(*parser);
+    }
     return std::unique_ptr<XmlReader>(document == nullptr ? nullptr : new XmlReader(document));
+}
+
+int XmlReader::line_of(const char* name) const {
+    const xmlNode* child = find_child(element_, name);
+    const xmlNode* node = child != nullptr ? child : element_;
+    return node == nullptr ? 1 : static_cast<int>(xmlGetLineNo(node));
 }
 
 bool XmlReader::into_element(const char* name) {
@@ -96,6 +145,7 @@ bool XmlReader::get_sub_document(std::string& document) {
     if (next_child_ == nullptr) {
         return false;
     }
+    sub_document_line_ = static_cast<int>(xmlGetLineNo(next_child_));
     xmlBuffer* text = xmlBufferCreate();
     const bool written = xmlNodeDump(text, document_.get(), next_child_, 0, 0) >= 0;
     if (written) {

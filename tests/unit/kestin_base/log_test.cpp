@@ -143,23 +143,28 @@ TEST_F(LogTest, ALongMessageIsCutVisibly) {
 TEST_F(LogTest, FaultySettingsAreRefused) {
     const std::string run = section("run", "log/run.log");
     const std::string debug = section("debug", "log/d.log");
-    const std::vector<std::string> faulty{
-        "",
-        run,
-        run + debug + "nonsense\n",
-        run + debug + "colour=red\n",
-        run + debug + "count=2\n",
-        run + debug + "[other]\nlevel=1\n",
-        run + "[debug]\nfile=log/d.log\nlevel=5\nsize=1\ncount=2\n",
-        run + "[debug]\nfile=log/d.log\nlevel=-1\nsize=1\ncount=2\n",
-        run + "[debug]\nfile=log/d.log\nlevel=3\nsize=0\ncount=2\n",
-        run + "[debug]\nfile=log/d.log\nlevel=3\nsize=1MB\ncount=2\n",
-        run + "[debug]\nfile=\nlevel=3\nsize=1\ncount=2\n",
-        run + section("debug", "cfg"),
-        run + section("debug", "cfg/log.ini/d.log"),
+    const std::string at = root / "cfg/log.ini";
+    const std::string range = "the value must be a number from ";
+    // The settings, and why they are refused.
+    const std::vector<std::pair<std::string, std::string>> faulty{
+        {"", at + ": [run] lacks the setting file"},
+        {run, at + ": [debug] lacks the setting file"},
+        {run + debug + "nonsense\n", ": this is neither a section nor a setting"},
+        {run + debug + "colour=red\n", ": colour = red: the setting is unknown"},
+        {run + debug + "count=2\n", ": count = 2: the setting is given twice"},
+        {run + debug + "[other]\nlevel=1\n", ": level = 1: the section is unknown"},
+        {"[run]\nlevel=5\n" + debug, at + ":2: level = 5: " + range + "0 to 4"},
+        {"[run]\n\nlevel=-1\n", at + ":3: level = -1: " + range + "0 to 4"},
+        {run + "[debug]\nsize=0\n", ": size = 0: " + range + "1 to 1048576"},
+        {run + "[debug]\nsize=1MB\n", ": size = 1MB: " + range + "1 to 1048576"},
+        {run + "[debug]\nfile=\n", ": file = : the value is empty"},
+        {run + section("debug", "cfg"), root / "cfg: Is a directory"},
+        {run + section("debug", "cfg/log.ini/d.log"), at + "/d.log: Not a directory"},
     };
-    for (const std::string& settings : faulty) {
+    for (const auto& [settings, reason] : faulty) {
         EXPECT_FALSE(start(settings)) << settings;
+        EXPECT_NE(LogSwitch::instance().failure().find(reason), std::string::npos)
+            << LogSwitch::instance().failure();
         log("lost");
     }
     EXPECT_FALSE(LogSwitch::instance().init((root / "cfg/none.ini").c_str()));
