@@ -1,8 +1,13 @@
 #include "kestin_net/net_switch.h"
 
 #include <sys/resource.h>
+#include <sys/socket.h>
 
+#include <cerrno>
 #include <csignal>
+
+#include "kestin_base/strings.h"
+#include "kestin_net/detail/descriptor.h"
 
 namespace Kestin::Net {
 namespace {
@@ -36,11 +41,13 @@ NetSwitch::Thread::~Thread() {
     --NetSwitch::instance().running_threads_;
 }
 
-// Every send of this library asks for no signal by itself; ignoring SIGPIPE covers what writes to
-// a broken pipe elsewhere in the process, such as a console that has gone.
+// SIGPIPE is ignored because sendfile(2), unlike sendmsg(2), has no flag against it.
 bool NetSwitch::init() {
     raise_descriptor_limit();
-    return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    const detail::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    failure_ = socket.is_open() ? "" : "TCP sockets: " + Base::kestin_error_text(errno);
+    return socket.is_open();
 }
 
 void NetSwitch::exit() {

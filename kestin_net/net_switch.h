@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 namespace Kestin::Net {
 
@@ -32,7 +33,10 @@ class NetSwitch {
     // _exit(2).
     std::uint64_t running_threads() const { return running_threads_; }
 
+    // Returns false if the system gives no TCP sockets at all. `failure` then says why, in words
+    // for a person.
     bool init();
+    const std::string& failure() const { return failure_; }
     void exit();
 
   private:
@@ -41,6 +45,7 @@ class NetSwitch {
 
     std::atomic<void (*)()> thread_start_ = nullptr;
     std::atomic<std::uint64_t> running_threads_ = 0;
+    std::string failure_;
 };
 
 }  // namespace Kestin::Net
