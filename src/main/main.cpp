@@ -1,5 +1,6 @@
 #include <malloc.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <locale>
 #include <stdexcept>
@@ -9,9 +10,13 @@
 #include "kestin_base/record.h"
 #include "kestin_net/net_switch.h"
 #include "src/main/alternate_stack.h"
+#include "src/main/await_stop.h"
 #include "src/main/console.h"
 #include "src/main/crash_filter.h"
+#include "src/main/process_warnings.h"
 #include "src/main/root_directory.h"
+#include "src/main/stop_deadline.h"
+#include "src/main/stop_signals.h"
 #include "src/norvane_transmit_service/norvane_transmit_service.h"
 #include "src/shared/operation_log.h"
 
@@ -21,7 +26,14 @@ using Kestin::Base::LogSwitch;
 using Kestin::Base::Record;
 using Kestin::Net::NetSwitch;
 
-bool start_crash_filter(const char*, std::string&) {
+// What the steps of the start hand on.
+struct Start {
+    const char* program;  // argv[0]
+    std::string root;
+    std::string failure;  // why a step failed, in words for a person; empty if they are printed
+};
+
+bool start_crash_filter(Start&) {
     install_crash_filter();
     NetSwitch::instance().set_thread_start(use_alternate_stack);
     return true;
@@ -30,20 +42,25 @@ bool start_crash_filter(const char*, std::string&) {
 // What is this large comes straight from the system and goes back to it at once. Left to itself the
 // allocator raises the limit to the largest piece that was ever freed, and each of its arenas then
 // keeps pieces of that size (mallopt(3)).
-bool start_memory(const char*, std::string&) {
+bool start_memory(Start&) {
     constexpr int large = 256 * 1024;
     mallopt(M_MMAP_THRESHOLD, large);
     return true;
 }
 
-bool start_console(const char*, std::string&) {
-    prepare_console();
+bool start_signals(Start&) {
+    prepare_signals();
+    return true;
+}
+
+bool start_console(Start&) {
+    open_closed_streams();
     return true;
 }
 
 // Characters are those of the environment; numbers and times keep the classic form. An environment
 // that names a locale which isn't installed leaves all of it classic.
-bool start_locale(const char*, std::string&) {
+bool start_locale(Start&) {
     try {
         std::locale::global(
             std::locale(std::locale::classic(), std::locale(""), std::locale::ctype));
@@ -53,54 +70,76 @@ bool start_locale(const char*, std::string&) {
     return true;
 }
 
-bool start_log(const char*, std::string& root) {
-    return LogSwitch::instance().init((root + "cfg/log.ini").c_str());
+bool find_root_directory(Start& start) {
+    return get_root_directory(start.program, start.root);
 }
 
-bool start_record(const char*, std::string& root) {
-    return Record::instance().init(root);
+bool start_log(Start& start) {
+    const bool started = LogSwitch::instance().init((start.root + "cfg/log.ini").c_str());
+    start.failure = LogSwitch::instance().failure();
+    return started;
 }
 
-bool start_network(const char*, std::string&) {
-    return NetSwitch::instance().init();
+bool start_record(Start& start) {
+    const bool started = Record::instance().init(start.root);
+    start.failure = Record::instance().failure();
+    return started;
 }
 
-bool start_service(const char*, std::string& root) {
-    return NorvaneTransmitService::instance().init(root);
+bool start_network(Start& start) {
+    const bool started = NetSwitch::instance().init();
+    start.failure = NetSwitch::instance().failure();
+    return started;
 }
 
-bool announce(const char*, std::string&) {
+bool start_service(Start& start) {
+    const bool started = NorvaneTransmitService::instance().init(start.root);
+    start.failure = NorvaneTransmitService::instance().failure();
+    return started;
+}
+
+bool warn(Start&) {
+    warn_of_process(OperationLog({.file = "src/main"}));
+    return true;
+}
+
+bool announce(Start&) {
     print_line("tcp transmit service start success, input \"exit\" to stop it");
     return true;
 }
 
-// The start of the process, in order; what is said, where, and the exit code if a step fails.
+// A step of the start; if it fails, what is printed or logged, and the exit code.
 struct Step {
-    bool (*start)(const char* path, std::string& root);
+    bool (*take)(Start& start);
     const char* failure = "";
     int exit_code = 0;
     enum { console, run_log } reported_on = console;
 };
 
 constexpr Step steps[] = {
+    {start_signals},
     {start_crash_filter},
     {start_memory},
     {start_console},
     {start_locale},
-    {get_root_directory, "get root directory failed", 1},
+    {find_root_directory, "get root directory failed", 1},
     {start_log, "log init failed", 2},
     {start_record, "record init failed", 3},
+    {warn},
     {start_network, "net switch init failed", 4},
     {start_service, "tcp transmit service init failed", 5, Step::run_log},
     {announce},
 };
 
+// A stop waits for callbacks that hang, and then for the disk to take what is stamped and logged.
+constexpr std::chrono::seconds longest_stop{20};
+
 }  // namespace
 
 int main(int, char* argv[]) {
-    std::string root;
+    Start start{.program = argv[0], .root = "", .failure = ""};
     for (const Step& step : steps) {
-        if (step.start(argv[0], root)) {
+        if (step.take(start)) {
             continue;
         }
         if (step.reported_on == Step::run_log) {
@@ -108,10 +147,15 @@ int main(int, char* argv[]) {
         } else {
             print_line(step.failure);
         }
+        if (!start.failure.empty()) {
+            print_failure(start.failure);
+        }
         return step.exit_code;
     }
 
     await_stop();
+    end_at_second_stop_signal();
+    end_process_after(longest_stop, 0);
     NorvaneTransmitService::instance().exit();
     NetSwitch::instance().exit();
     Record::instance().exit();

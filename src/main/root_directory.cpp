@@ -1,5 +1,6 @@
 #include "src/main/root_directory.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 
@@ -19,21 +20,26 @@ std::string executable_path(const char* path) {
     return unknown ? started_as : told;
 }
 
+bool fail(const char* text, const std::string& reason) {
+    print_line(text);
+    print_failure(reason);
+    return false;
+}
+
 }  // namespace
 
 bool get_root_directory(const char* path, std::string& root) {
     using namespace Kestin::Base;
-    if (!kestin_extract_directory(executable_path(path).c_str(), root, true)) {
-        print_line("extract directory failed");
-        return false;
+    const std::string program = executable_path(path);
+    if (!kestin_extract_directory(program.c_str(), root, true)) {
+        return fail("extract directory failed", "no folder in \"" + program + "\"");
     }
     if (!kestin_set_current_work_directory(ansi_to_utf8(root))) {
-        print_line("set current work directory failed");
-        return false;
+        return fail("set current work directory failed", root + ": " + kestin_error_text(errno));
     }
     if (!kestin_get_current_work_directory(root)) {
-        print_line("get current work directory failed");
-        return false;
+        return fail("get current work directory failed",
+                    "working directory: " + kestin_error_text(errno));
     }
     return true;
 }

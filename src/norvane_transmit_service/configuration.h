@@ -13,14 +13,19 @@ class Xml;
 // Reading of the two configuration files, apart from where their text comes from.
 namespace configuration {
 
-// Why a document can't be used, in the words of the run log; nothing if it can.
-using Fault = std::optional<std::string>;
+// Why a document can't be used.
+struct Problem {
+    std::string text;    // for the run log
+    int line = 0;        // of the document
+    std::string reason;  // in words for a person
+};
+using Fault = std::optional<Problem>;
 
-// The settings file: `transmit_server` with an element for each setting, all of them required.
+// The settings file: `transmit_server` with an element for each setting. The ports must differ.
 Fault read_settings(Kestin::Base::Xml& document, Settings& settings);
 
-// The storage list: `storages` with an `item` for each storage, of which a later one replaces an
-// earlier one of the same id. Directories come as they are written.
+// The storage list: `storages` with an `item` for each storage, each with another id. Directories
+// come as they are written.
 Fault read_storages(Kestin::Base::Xml& document, StorageTable& storages);
 
 }  // namespace configuration

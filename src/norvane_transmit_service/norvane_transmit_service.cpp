@@ -5,6 +5,7 @@
 
 #include "src/command_line/documents.h"
 #include "src/norvane_transmit_node/norvane_transmit_node.h"
+#include "src/norvane_transmit_service/storage_warnings.h"
 
 namespace {
 
@@ -60,12 +61,14 @@ bool NorvaneTransmitService::init(const std::string& root) {
         exit();
         return false;
     }
-    warn_of_storages_without_locks();
+    warn_of_storages(log, storages_, root_directory_);
     log.debug("tcp transmit service transmit listen on (%s:%d)", settings_.host.c_str(),
               settings_.transmit_port);
     if (!listen()) {
         log.error("tcp transmit service init failure: start tcp manager (%d, %d) failure",
                   settings_.transmit_port, settings_.command_port);
+        failure_ = tcp_manager_.failure();
+        log.error("%s", failure_.c_str());
         exit();
         return false;
     }

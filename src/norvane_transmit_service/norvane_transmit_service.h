@@ -35,9 +35,11 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
   public:
     static NorvaneTransmitService& instance();
 
-    // Reads the configuration below `root`, which ends in "/", and opens both ports. False, with
-    // the reason in the run log and the service stopped: either failed.
+    // Reads the configuration below `root`, which ends in "/", and opens both ports. Returns false,
+    // with the service stopped, if either failed. The run log and `failure` then say why; `failure`
+    // in words for a person.
     bool init(const std::string& root);
+    const std::string& failure() const { return failure_; }
     // Stops serving and forgets the configuration. Any number of times.
     void exit();
 
@@ -89,7 +91,6 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
     static OperationLog operation_log(const char* function = __builtin_FUNCTION());
 
     bool parse_configuration();
-    void warn_of_storages_without_locks() const;
     bool listen();
     void forget_configuration();
     void format_pathname(const std::string& in, std::string& out, bool lower) const;
@@ -124,6 +125,7 @@ class NorvaneTransmitService : public Kestin::Net::TcpServiceBase, private Kesti
 
     std::atomic<bool> running_ = false;
     std::string root_directory_;
+    std::string failure_;
     Settings settings_;
     StorageTable storages_;
     std::map<std::string, std::string> mime_types_;  // by extension, with its dot, in lower case

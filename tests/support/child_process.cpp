@@ -47,9 +47,16 @@ void close_descriptor(int& descriptor) {
 // How a child's standard input and output come about.
 class Redirection {
   public:
+    // The program meets signals as a shell would hand them on, whatever the tests ignore or block.
     Redirection() {
         posix_spawnattr_init(&attributes);
         posix_spawn_file_actions_init(&actions);
+        sigset_t signals;
+        sigfillset(&signals);
+        posix_spawnattr_setsigdefault(&attributes, &signals);
+        sigemptyset(&signals);
+        posix_spawnattr_setsigmask(&attributes, &signals);
+        posix_spawnattr_setflags(&attributes, plain_signals);
     }
     ~Redirection() {
         posix_spawn_file_actions_destroy(&actions);
@@ -65,7 +72,7 @@ class Redirection {
 
     // The terminal that the leader of a session opens first is its own.
     void use_terminal(const char* name) {
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+        posix_spawnattr_setflags(&attributes, plain_signals | POSIX_SPAWN_SETSID);
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, name, O_RDWR, 0);
         posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDERR_FILENO);
@@ -73,6 +80,9 @@ class Redirection {
 
     posix_spawnattr_t attributes{};
     posix_spawn_file_actions_t actions{};
+
+  private:
+    static constexpr short plain_signals = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
 };
 
 pid_t spawn(const std::string& program, const std::vector<std::string>& arguments,
@@ -160,6 +170,11 @@ void ChildProcess::close_input() {
     close_descriptor(input_);
 }
 
+void ChildProcess::hang_up() {
+    close_descriptor(input_);
+    close_descriptor(output_pipe_);
+}
+
 void ChildProcess::resize(unsigned short columns) {
     const winsize size{24, columns, 0, 0};
     ioctl(output_pipe_, TIOCSWINSZ, &size);
@@ -176,7 +191,7 @@ bool ChildProcess::await_output(std::string_view text, Limit limit) {
 }
 
 bool ChildProcess::read_output(Clock::time_point deadline) {
-    if (!await_readable(output_pipe_, deadline)) {
+    if (output_pipe_ < 0 || !await_readable(output_pipe_, deadline)) {
         return false;
     }
     std::array<char, 4096> block;

@@ -47,6 +47,9 @@ class ChildProcess {
     void write_input(std::string_view text);
     void close_input();
 
+    // Closes the test's end of the terminal, or of both pipes.
+    void hang_up();
+
     // Of a terminal: its columns, which the program is told of.
     void resize(unsigned short columns);
 

@@ -91,6 +91,13 @@ std::vector<Failure> failures() {
                 "<storage_configuration>cfg/storage.xml</storage_configuration>"),
         bad("port", "30000", "70000"),
         bad("port", "30000", "none"),
+        bad("port", "30000", "0"),
+        bad("command_port", "30001", "0"),
+        {{settings_file, "30001", "30000"}, "   Error", "transmit server ports are equal"},
+        {{settings_file, "<transmit_server>",
+          "<!DOCTYPE t [<!ENTITY % e ''> %e;]><transmit_server>"},
+         "Critical",
+         "load failed, filename:{"},
         bad("command_port", "30001", "65536"),
         bad("use_user_id", "false", "1"),
         bad("use_user_id", "false", "True"),
@@ -109,6 +116,9 @@ std::vector<Failure> failures() {
         bad_storage("<directory>storage/public</directory>", "<directory/>",
                     "storage directory is invalid"),
         bad_storage("</item>", "</item><other/>", "into_element <item> failed"),
+        bad_storage("</item>",
+                    "</item><item><id>01</id><name>Twin</name><directory>t</directory></item>",
+                    "storage id is used twice"),
     };
 }
 
@@ -188,7 +198,6 @@ TEST(ConfigurationTest, ReadsValuesAsTheyAreCommonlyWritten) {
         {storage_file, "<id>1</id>", "<id>007</id>"},
         {storage_file, "<name>Public</name>", "<name><![CDATA[A & B]]></name>"},
         {storage_file, "</storages>",
-         "<item><id>8</id><name>Old</name><show>true</show><directory>old</directory></item>"
          "<item><id>8</id><name>New</name><show>true</show><directory>new</directory></item>"
          "<item><id>9</id><name>Unsaid</name><directory>unsaid</directory></item>"
          "<item><id>10</id><name>Misspelt</name><show>1</show><directory>m</directory></item>"
@@ -216,15 +225,6 @@ TEST(ConfigurationTest, RunsWithoutAnyStorage) {
     Peer peer(server.transmit_port());
     EXPECT_TRUE(listing::parse(peer.storage_information().text).empty());
     EXPECT_EQ(peer.list("").status, message::status_invalid_storage_id);
-}
-
-TEST(ConfigurationTest, ServesMessagesOnlyWhenBothPortsAreOne) {
-    support::ServerSettings settings;
-    settings.port = support::free_port();
-    settings.command_port = settings.port;
-    support::RunningServer server(settings);
-    Peer peer(server.transmit_port());
-    EXPECT_EQ(peer.node_count(), 1);
 }
 
 }  // namespace

@@ -1,12 +1,14 @@
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,75 +30,6 @@ using support::ServerRoot;
 constexpr auto start_line = "tcp transmit service start success, input \"exit\" to stop it\n";
 constexpr int crash_status = 0xAD;
 
-// A time in which a server that isn't to stop would have stopped.
-constexpr auto while_watched = 300ms;
-
-void expect_serving(RunningServer& server) {
-    EXPECT_THROW(server.process().await_exit(while_watched), std::runtime_error);
-    support::RawSocket browser(server.command_port());
-    browser.send("GET /main.html HTTP/1.1\r\n\r\n");
-    EXPECT_EQ(browser.receive(12), "HTTP/1.1 200");
-}
-
-TEST(Console, OnlyTheExactWordStops) {
-    RunningServer server;
-    EXPECT_EQ(server.process().output(), start_line);
-    server.process().write_input("Exit\nexit \n exit\nexitexit\nexi\n\r\nexit\r\n\n");
-    server.process().write_input(std::string(60'000, 'x') + "exit\n");
-    expect_serving(server);
-    server.process().write_input("any\nex");
-    server.process().write_input("it");
-    server.process().write_input("\nmore");
-    EXPECT_EQ(server.process().await_exit(), exited_with(0));
-    EXPECT_EQ(server.process().output(), start_line);
-}
-
-TEST(Console, TheLastLineNeedsNoEnd) {
-    RunningServer server;
-    server.process().write_input("any\nexit");
-    server.process().close_input();
-    EXPECT_EQ(server.process().await_exit(), exited_with(0));
-}
-
-TEST(Console, AClosedInputLeavesTheServerServingAtRest) {
-    RunningServer server;
-    server.process().write_input("half a line");
-    server.process().close_input();
-    expect_serving(server);
-    const auto before = server.process().processor_time();
-    EXPECT_THROW(server.process().await_exit(while_watched), std::runtime_error);
-    EXPECT_LE(server.process().processor_time() - before, 30ms);
-    EXPECT_EQ(server.stop_by(SIGTERM), exited_with(0));
-}
-
-// A descriptor 0 that is free would be given to the first file that the server opens.
-TEST(Console, AnInputThatWasNeverOpenIsLikeAClosedOne) {
-    const ServerRoot root;
-    ChildProcess shell("/bin/sh", {"sh", "-c", "exec " + root.program() + " <&-"});
-    ASSERT_TRUE(shell.await_output(start_line));
-    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(shell.pid()) + "/fd/0"),
-              "/dev/null");
-    shell.send_signal(SIGTERM);
-    EXPECT_EQ(shell.await_exit(), exited_with(0));
-}
-
-TEST(Stop, TerminationIsAnOrderlyEndWithClientsConnected) {
-    RunningServer server;
-    const support::RawSocket idle(server.transmit_port());
-    support::RawSocket halfway(server.transmit_port());
-    halfway.send(std::string(1, '\0'));
-    support::RawSocket browser(server.command_port());
-    browser.send("GET /main.html");
-    EXPECT_EQ(server.stop_by(SIGTERM), exited_with(0));
-    EXPECT_TRUE(halfway.await_close());
-    EXPECT_NE(server.root().debug_log().find("tcp transmit service exit end"), std::string::npos);
-}
-
-TEST(Stop, AnInterruptEndsTheProcessAtOnce) {
-    RunningServer server;
-    EXPECT_EQ(server.stop_by(SIGINT), ended_by(SIGINT));
-}
-
 TEST(Start, FindsItsFilesBesideTheExecutable) {
     const ServerRoot root;
     const std::filesystem::path folder = std::filesystem::path(root.path()).parent_path();
@@ -115,54 +48,131 @@ TEST(Start, FindsItsFilesBesideTheExecutable) {
 }
 
 struct Refusal {
-    int code;
+    int code = 0;
     std::string console;
+    std::string error;  // without "transmit_server: ", which heads it, and the line's end
 };
 
-Refusal start_in(const ServerRoot& root, const std::string& name) {
-    ChildProcess server(root.program(), {name});
+// Starts the program as `name`, by a shell that does `preparation` first.
+Refusal start_in(const ServerRoot& root, const std::string& name,
+                 const std::string& preparation = ":") {
+    const std::string head = "transmit_server: ";
+    const std::string errors = root.path() + "errors";
+    ChildProcess server("/bin/bash", {"bash", "-c",
+                                      "exec 2>'" + errors + "'; " + preparation + "; exec -a '" +
+                                          name + "' '" + root.program() + "'"});
     const support::ExitStatus status = server.await_exit();
-    return {status.exited ? status.code : -status.signal, server.output()};
+    std::string error = support::read_file(errors);
+    EXPECT_TRUE(error.starts_with(head) && error.ends_with('\n')) << error;
+    error = error.substr(std::min(head.size(), error.size()));
+    error = error.substr(0, error.find('\n'));
+    return {status.exited ? status.code : -status.signal, server.output(), error};
 }
 
-TEST(Start, SaysWhichStepFailed) {
+TEST(Start, SaysWhichStepFailedAndWhy) {
     const ServerRoot root;
     const Refusal nowhere = start_in(root, "/nonexistent/transmit_server");
     EXPECT_EQ(nowhere.code, 1);
     EXPECT_EQ(nowhere.console, "set current work directory failed\nget root directory failed\n");
+    EXPECT_EQ(nowhere.error, "/nonexistent: No such file or directory");
 
     std::filesystem::create_directories(root.path() + "log/record.log");
     const Refusal no_record = start_in(root, root.program());
     EXPECT_EQ(no_record.code, 3);
     EXPECT_EQ(no_record.console, "record init failed\n");
+    EXPECT_EQ(no_record.error, root.path() + "log/record.log: Is a directory");
 
     std::filesystem::remove_all(root.path() + "log");
-    std::filesystem::remove(root.path() + "cfg/log.ini");
+    support::write_file(root.path() + "log", "no folder");
+    const Refusal no_folder = start_in(root, root.program());
+    EXPECT_EQ(no_folder.code, 2);
+    EXPECT_EQ(no_folder.error, root.path() + "log/run.log: Not a directory");
+    std::filesystem::remove(root.path() + "log");
+
+    const std::string settings = root.path() + "cfg/log.ini";
+    support::write_file(settings, "[run]\nfile = log/run.log\nlevel = loud\n");
+    const Refusal faulty_log = start_in(root, root.program());
+    EXPECT_EQ(faulty_log.code, 2);
+    EXPECT_EQ(faulty_log.error,
+              settings + ":3: level = loud: the value must be a number from 0 to 4");
+
+    std::filesystem::remove(settings);
     const Refusal no_log = start_in(root, root.program());
     EXPECT_EQ(no_log.code, 2);
     EXPECT_EQ(no_log.console, "log init failed\n");
+    EXPECT_EQ(no_log.error, settings + ": No such file or directory");
     EXPECT_FALSE(std::filesystem::exists(root.path() + "log/record.log"));
+}
+
+// Each descriptor more gets the start one step further, up to the last.
+TEST(Start, TooFewDescriptorsFailAtAnyStepWithItsReason) {
+    std::set<int> codes;
+    for (int limit = 4; codes.count(5) == 0 && limit < 20; ++limit) {
+        const ServerRoot root;
+        const Refusal refusal =
+            start_in(root, root.program(), "ulimit -n " + std::to_string(limit));
+        EXPECT_TRUE(refusal.error.ends_with("Too many open files")) << refusal.error;
+        codes.insert(refusal.code);
+    }
+    EXPECT_EQ(codes, (std::set<int>{2, 3, 4, 5}));
 }
 
 TEST(Start, TheRunLogSaysWhyTheServiceDidNotStart) {
     const ServerRoot root;
-    support::write_file(root.path() + "cfg/config.xml", "<transmit_server></transmit_server>");
+    const std::string settings = root.path() + "cfg/config.xml";
+    support::write_file(settings, "<transmit_server>\n</transmit_server>");
     const Refusal refusal = start_in(root, root.program());
     EXPECT_EQ(refusal.code, 5);
     EXPECT_EQ(refusal.console, "");
+    EXPECT_EQ(refusal.error, settings + ":1: <host> is missing");
     const std::string log = root.run_log();
-    const std::size_t reason = log.find("get_element <host> failed");
-    const std::size_t end = log.find("   Error src/main main ");
-    ASSERT_NE(reason, std::string::npos) << log;
-    ASSERT_NE(end, std::string::npos) << log;
-    EXPECT_LT(reason, end);
-    EXPECT_NE(log.find("tcp transmit service init failed\n", end), std::string::npos);
+    std::size_t at = 0;
+    for (const std::string& text :
+         {std::string("get_element <host> failed\n"), refusal.error + '\n',
+          std::string("parse configuration failure\n"), std::string("   Error src/main main "),
+          std::string("tcp transmit service init failed\n")}) {
+        at = log.find(text, at);
+        ASSERT_NE(at, std::string::npos) << text << " in\n" << log;
+    }
 }
 
-TEST(Start, APortInUseIsRefused) {
+TEST(Start, APortInUseIsNamed) {
     const RunningServer first;
     const ServerRoot root({.port = first.transmit_port()});
-    EXPECT_EQ(start_in(root, root.program()).code, 5);
+    const Refusal refusal = start_in(root, root.program());
+    EXPECT_EQ(refusal.code, 5);
+    EXPECT_EQ(refusal.error,
+              "port " + std::to_string(first.transmit_port()) + ": Address already in use");
+    EXPECT_NE(root.run_log().find(refusal.error), std::string::npos);
+}
+
+TEST(Start, WarnsOfWhatPutsTheMachineAtRisk) {
+    const ServerRoot root({.storages = {{.id = 1}, {.id = 2}, {.id = 3}, {.id = 4}}});
+    std::string list = support::read_file(root.path() + "cfg/storage.xml");
+    std::filesystem::create_directory_symlink("..", root.path() + "above");
+    support::write_file(root.path() + "plain", "");
+    const std::string directory = "<directory>storage/public<";
+    std::size_t at = list.find(directory);
+    for (const std::string folder : {"storage/public", "missing", "above", "plain"}) {
+        list.replace(at, directory.size(), "<directory>" + folder + "<");
+        at = list.find(directory, at + 1);
+    }
+    support::write_file(root.path() + "cfg/storage.xml", list);
+    ChildProcess server("/bin/bash", {"bash", "-c", "umask 0; exec '" + root.program() + "'"});
+    ASSERT_TRUE(server.await_output(start_line));
+    const std::string log = root.run_log();
+    EXPECT_NE(log.find("the folder of storage 2 can not be found: " + root.path() + "missing"),
+              std::string::npos)
+        << log;
+    EXPECT_NE(log.find("missing: No such file or directory"), std::string::npos);
+    EXPECT_NE(log.find("storage 3 (" + root.path() + "above) holds the folder of the server"),
+              std::string::npos);
+    EXPECT_NE(log.find("the folder of storage 4 is not a folder"), std::string::npos);
+    EXPECT_EQ(log.find("storage 1"), std::string::npos);
+    EXPECT_NE(log.find("the umask is 0"), std::string::npos);
+    EXPECT_EQ(log.find("runs as root") != std::string::npos, geteuid() == 0);
+    server.send_signal(SIGTERM);
+    EXPECT_EQ(server.await_exit(), exited_with(0));
 }
 
 // The sanitizers have handlers of their own for what these tests provoke.

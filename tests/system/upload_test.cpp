@@ -403,7 +403,6 @@ support::ServerSettings with_suffix(const std::string& suffix) {
 
 // A limit on the length of files stands in for a full disk.
 TEST(UploadFullDiskTest, EndsAtABlockThatCannotBeWritten) {
-    signal(SIGXFSZ, SIG_IGN);  // what the server inherits: a failed write in place of the signal
     support::RunningServer server;
     const std::string temporary = server.storage_folder() + "n.tcp";
     Peer peer(server.transmit_port());

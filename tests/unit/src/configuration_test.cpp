@@ -47,10 +47,14 @@ Elements without(Elements elements, const std::string& name) {
 }
 
 // The fault in the words of the run log; empty if there is none.
+std::string words_of(const configuration::Fault& fault) {
+    return fault ? fault->text : "";
+}
+
 std::string read(const std::string& document, Settings& settings) {
     Kestin::Base::Xml xml;
     EXPECT_TRUE(xml.set_document(document.c_str()));
-    return configuration::read_settings(xml, settings).value_or("");
+    return words_of(configuration::read_settings(xml, settings));
 }
 
 std::string read(const Elements& elements, Settings& settings) {
@@ -65,7 +69,7 @@ std::string fault_of(const Elements& elements) {
 std::string read_list(const std::string& children, StorageTable& storages) {
     Kestin::Base::Xml xml;
     EXPECT_TRUE(xml.set_document(("<storages>" + children + "</storages>").c_str()));
-    return configuration::read_storages(xml, storages).value_or("");
+    return words_of(configuration::read_storages(xml, storages));
 }
 
 std::string item(const Elements& elements) {
@@ -176,13 +180,45 @@ TEST(Configuration, OnlyTheWordTrueShowsAStorage) {
     }
 }
 
-TEST(Configuration, ALaterStorageReplacesAnEarlierOneWhole) {
+TEST(Configuration, ANumberBelongsToOneStorageOnly) {
+    EXPECT_EQ(fault_of_item(good_storage()), "");
+    for (const char* again : {"7", "007", " 7 or so"}) {
+        StorageTable storages;
+        EXPECT_EQ(
+            read_list(item(good_storage()) + item(with(good_storage(), "id", again)), storages),
+            "storage id is used twice");
+    }
+}
+
+TEST(Configuration, PortsDifferAndAreNotZero) {
+    EXPECT_EQ(fault_of(with(good_settings(), "port", "0")), "get_element <port> failed");
+    EXPECT_EQ(fault_of(with(good_settings(), "command_port", "0")),
+              "get_element <command_port> failed");
+    EXPECT_EQ(fault_of(with(good_settings(), "command_port", "30000")),
+              "transmit server ports are equal");
+}
+
+// Lines are those of the whole file, also inside an item.
+TEST(Configuration, AFaultNamesItsLineAndItsReason) {
+    Kestin::Base::Xml xml;
+    Settings settings;
+    ASSERT_TRUE(
+        xml.set_document("<transmit_server>\n<host>h</host>\n\n<port>x</port>\n"
+                         "</transmit_server>"));
+    configuration::Fault fault = configuration::read_settings(xml, settings);
+    ASSERT_TRUE(fault);
+    EXPECT_EQ(fault->line, 4);
+    EXPECT_EQ(fault->reason, "<port> is \"x\", it must be a number from 1 to 65535");
+
     StorageTable storages;
-    const Elements later = without(with(good_storage(), "name", "Later"), "show");
-    ASSERT_EQ(read_list(item(good_storage()) + item(later), storages), "");
-    ASSERT_EQ(storages.size(), 1U);
-    EXPECT_EQ(storages.at(7).name, "Later");
-    EXPECT_FALSE(storages.at(7).show);
+    ASSERT_TRUE(
+        xml.set_document("<storages>\n<item>\n<id>1</id>\n<name>n</name>\n"
+                         "<directory>d</directory>\n</item>\n<item>\n<id>2</id>\n"
+                         "<name/>\n</item></storages>"));
+    fault = configuration::read_storages(xml, storages);
+    ASSERT_TRUE(fault);
+    EXPECT_EQ(fault->line, 9);
+    EXPECT_EQ(fault->reason, "<name> is \"\", it must be a text that is not empty");
 }
 
 TEST(Configuration, AFaultOfOneStorageIsAFaultOfTheList) {
@@ -198,7 +234,8 @@ TEST(Configuration, AFaultOfOneStorageIsAFaultOfTheList) {
               "into_element <item> failed");
     Kestin::Base::Xml xml;
     ASSERT_TRUE(xml.set_document("<list/>"));
-    EXPECT_EQ(configuration::read_storages(xml, storages), "into_element <storages> failed");
+    EXPECT_EQ(words_of(configuration::read_storages(xml, storages)),
+              "into_element <storages> failed");
 }
 
 TEST(ConfigurationFiles, AMissingFileIsToldWithItsNameAtLevelCritical) {
