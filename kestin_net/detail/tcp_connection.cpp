@@ -90,11 +90,10 @@ void TcpConnection::handle_events(std::uint32_t events) {
     if (std::exchange(waits_for_memory_, false)) {
         events = EPOLLOUT | EPOLLIN;
     }
-    if (ended_ || is_broken() || !take_turns(events)) {
-        end();
-    } else if (postponed_ || waits_for_memory_) {
+    const bool goes_on = !ended_ && !is_broken() && take_turns(events);
+    if (goes_on && (postponed_ || waits_for_memory_)) {
         wait_for_retry();
-    } else if (!arm()) {
+    } else if (!goes_on || !arm()) {
         end();
     }
 }

@@ -97,7 +97,7 @@ TEST_F(ControlsTest, KeepsNothingOfAConnectionButItsLimit) {
     const std::string list = transmit_list();
     EXPECT_EQ(list.find("former"), std::string::npos) << list;
     EXPECT_EQ(list.find("upload"), std::string::npos) << list;
-    EXPECT_GE(first_batch(next, chunks_at_most), chunks_at_most);
+    EXPECT_EQ(first_batch(next, chunks_at_most), chunks_to_the_mark);
 }
 
 TEST_F(ControlsTest, RepairsTheTextThatDescribesAClient) {
