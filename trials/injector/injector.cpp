@@ -93,7 +93,7 @@ void wait_for(int file) {
         return;
     }
     std::array<char, 64> link{};
-    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
+    static_cast<void>(std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file));
     std::array<char, 4096> path{};
     const ssize_t size = readlink(link.data(), path.data(), path.size() - 2);
     if (size > 0) {

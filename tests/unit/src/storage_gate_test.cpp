@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <string_view>
+
 #include "tests/support/scripted_connection.h"
 #include "tests/unit/src/served_root.h"
 
@@ -47,10 +50,10 @@ TEST_F(ListingLineTest, WhoGivesUpOrStaysAwayHoldsNobodyUp) {
 }
 
 // Requests for storage 1, in network order; the empty path is the storage itself.
-const std::string list_storage{"\0\x1c\0\0\0\0\0\1\0\0\0\0\0\0\0\0", 16};
-const std::string node_count{"\0\x16", 2};
-const std::string prepare_download("\0\x06\0\0\0\0\0\1\0\0\0\0\0\1\0\0f", 17);
-const std::string download_data("\0\x08\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
+constexpr std::string_view list_storage{"\0\x1c\0\0\0\0\0\1\0\0\0\0\0\0\0\0", 16};
+constexpr std::string_view node_count{"\0\x16", 2};
+constexpr std::string_view prepare_download{"\0\x06\0\0\0\0\0\1\0\0\0\0\0\1\0\0f", 17};
+constexpr std::string_view download_data{"\0\x08\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16};
 
 // A storage all of whose places are taken, as by callbacks that wait for a disk.
 class BusyStorage : public testing::Test {
@@ -88,10 +91,12 @@ class BusyStorage : public testing::Test {
 
 TEST_F(BusyStorage, HoldsItsRequestsBackInTheirOrder) {
     take_all_places();
-    connection.feed(node_count + list_storage + node_count);
+    for (const std::string_view request : {node_count, list_storage, node_count}) {
+        connection.feed(request);
+    }
     ASSERT_TRUE(service.on_recv(&connection));
     EXPECT_TRUE(connection.is_postponed);
-    EXPECT_EQ(connection.received(), list_storage + node_count);
+    EXPECT_EQ(connection.received(), std::string(list_storage).append(node_count));
     EXPECT_EQ(connection.take_sent(), (std::string{0, 23, 0, 0, 0, 1}));
 
     free_place();
@@ -105,7 +110,8 @@ TEST_F(BusyStorage, HoldsItsRequestsBackInTheirOrder) {
 
 TEST_F(BusyStorage, HoldsBackTheDownloadAndTheEndOfItsConnection) {
     support::write_file(served_.storage() + "f", std::string(64 << 20, 'x'));
-    connection.feed(prepare_download + download_data);
+    connection.feed(prepare_download);
+    connection.feed(download_data);
     ASSERT_TRUE(service.on_recv(&connection));
     connection.take_sent();
     take_all_places();
@@ -128,7 +134,7 @@ TEST_F(BusyStorage, LeavesTheOthersTheirShare) {
     support::ScriptedConnection next;
     ASSERT_TRUE(service.on_accept(&next, served_.transmit_port()));
     take_all_places();
-    std::string list_other = list_storage;
+    std::string list_other(list_storage);
     list_other[7] = 2;
     next.feed(list_other);
     ASSERT_TRUE(service.on_recv(&next));
