@@ -179,9 +179,9 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
 };
 
 TEST_P(PowerCutTrial, NoByteIsWrongAndNothingDurableIsLost) {
-    const int cuts = sized(2, 100);
+    const int cuts = sized(3, 100);
     std::mt19937 generator(1);
-    std::uniform_int_distribution<int> blocks(1, 6000);
+    std::uniform_int_distribution<int> blocks(1, sized(1500, 6000));
     std::size_t acknowledged = 0;
     int lost = 0;
     for (int cut = 0; cut < cuts && !HasFailure(); ++cut) {

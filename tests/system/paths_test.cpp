@@ -26,6 +26,13 @@ std::set<std::string> tree_below(const std::string& folder) {
     return names;
 }
 
+support::ServerSettings with_users(bool grouped) {
+    support::ServerSettings settings;
+    settings.use_user_id = true;
+    settings.group_by_user_id = grouped;
+    return settings;
+}
+
 // A storage between two neighbours that no request may touch.
 class PathsTest : public ServerTest {
   protected:
@@ -105,6 +112,41 @@ TEST_F(PathsTest, TakesWhatLeavesNothingForTheRoot) {
     EXPECT_EQ(tree_below(server.storage_folder()), std::set<std::string>{"only"});
 }
 
+// The root may be a link, which a rename would replace or move like any other.
+TEST(RootTest, ARootKeepsItsName) {
+    const support::TemporaryFolder folder;
+    std::filesystem::create_directories(folder.path() + "real/3");
+    std::filesystem::create_directory_symlink(folder.path() + "real", folder.path() + "link");
+    support::ServerSettings settings = with_users(false);
+    settings.storages = {{.id = 1, .directory = folder.path() + "link"}};
+    support::RunningServer server(settings);
+    Peer peer(server.transmit_port());
+    stored_file::put(folder.path() + "real/d/f", "kept");
+    for (const auto& [from, to] : {std::pair{"", "x"}, std::pair{"d", ""}, std::pair{"d/f", "/"}}) {
+        EXPECT_EQ(peer.ask(request::rename_path(from, to)), message::status_rename_failed);
+    }
+    EXPECT_EQ(peer.ask(request::rename_path("", "x", {.user_id = 3})),
+              message::status_rename_failed);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.path() + "link"));
+    EXPECT_EQ(tree_below(folder.path() + "real"), (std::set<std::string>{"3/", "d/", "d/f"}));
+}
+
+TEST(RootTest, OnlyTheAdministratorMakesItIfTheStorageSaysSo) {
+    const support::TemporaryFolder folder;
+    support::ServerSettings settings;
+    settings.storages = {{.id = 1,
+                          .directory = folder.path() + "disk/storage",
+                          .further = "<create_directory>false</create_directory>"}};
+    support::RunningServer server(settings);
+    Peer peer(server.transmit_port());
+    EXPECT_EQ(peer.upload({.path = "a/f", .size = 2}, "ok"), status_ok);
+    std::filesystem::remove_all(folder.path() + "disk");
+    EXPECT_EQ(peer.prepare(request::Upload{.path = "f"}).status,
+              message::status_create_directory_failed);
+    EXPECT_EQ(peer.ask(request::create_directory("d")), message::status_create_directory_failed);
+    EXPECT_FALSE(stored_file::exists(folder.path() + "disk"));
+}
+
 TEST_F(PathsTest, AnswersWhateverPathTheWireCanHold) {
     const std::vector<std::string> paths = {std::string(65535, 'n'), std::string(65535, '/'),
                                             std::string(65535, '.'),
@@ -134,13 +176,6 @@ TEST_F(PathsTest, AnswersWhateverPathTheWireCanHold) {
         }
     }
     EXPECT_EQ(peer.ask(request::check_storage_id(1)), status_ok);
-}
-
-support::ServerSettings with_users(bool grouped) {
-    support::ServerSettings settings;
-    settings.use_user_id = true;
-    settings.group_by_user_id = grouped;
-    return settings;
 }
 
 class UsersTest : public PathsTest {

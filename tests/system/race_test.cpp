@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <barrier>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -202,6 +204,71 @@ TEST_F(RaceTest, AFileInItsPlaceIsWholeAndOfOneClient) {
     for (unsigned which = 0; which < names; ++which) {
         EXPECT_EQ(peer.upload({.path = name_of(which), .size = 2, .time = 1}, "ok"), status_ok);
     }
+}
+
+// Several servers on one folder: only locks keep them apart.
+class SharedFolderTest : public testing::Test {
+  protected:
+    static constexpr std::size_t servers = 3;
+    using Outcomes = std::array<message::Status, servers>;
+
+    SharedFolderTest() {
+        support::ServerSettings settings;
+        settings.storages = {{.id = 1, .directory = folder_.path() + "shared"}};
+        for (std::size_t number = 0; number < servers; ++number) {
+            running_.push_back(std::make_unique<support::RunningServer>(settings));
+            peers_.push_back(std::make_unique<Peer>(running_.back()->transmit_port()));
+        }
+    }
+
+    static std::string content_of(std::size_t client) {
+        return std::string(2'000'000, static_cast<char>('a' + client));
+    }
+
+    Outcomes race(const std::string& name) {
+        Outcomes outcomes{};
+        std::barrier start(servers);
+        std::vector<std::jthread> threads;
+        for (std::size_t client = 0; client < servers; ++client) {
+            threads.emplace_back([&, client] {
+                const std::string bytes = content_of(client);
+                start.arrive_and_wait();
+                outcomes.at(client) =
+                    peers_[client]->upload({.path = name,
+                                            .size = std::ssize(bytes),
+                                            .time = static_cast<std::int64_t>(client) + 1},
+                                           bytes);
+            });
+        }
+        return outcomes;
+    }
+
+    support::TemporaryFolder folder_;
+    std::vector<std::unique_ptr<support::RunningServer>> running_;
+    std::vector<std::unique_ptr<Peer>> peers_;
+};
+
+// All announce one size and one time: whoever gets 0 without having sent finds another's whole
+// file.
+TEST_F(SharedFolderTest, WhatStandsThereInTheEndIsOneClientsThatWasToldSo) {
+    const char* wish = std::getenv("TRANSMIT_SHARED_RACES");
+    const int races = wish == nullptr ? 50 : std::atoi(wish);
+    int placed = 0;
+    for (int number = 0; number < races; ++number) {
+        const std::string name = std::to_string(number);
+        const Outcomes outcomes = race(name);
+        const std::string there = support::read_file(folder_.path() + "shared/" + name);
+        bool is_right = false;
+        for (std::size_t client = 0; client < servers; ++client) {
+            const bool was_told = outcomes.at(client) == status_ok;
+            EXPECT_TRUE(was_told || outcomes.at(client) == message::status_file_in_use)
+                << outcomes.at(client);
+            is_right = is_right || (was_told && there == content_of(client));
+            placed += was_told ? 1 : 0;
+        }
+        EXPECT_TRUE(is_right) << number << ": " << there.size() << " bytes";
+    }
+    std::cout << races << " races, " << placed << " uploads answered with 0\n";
 }
 
 }  // namespace

@@ -1,8 +1,13 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 
+#include <array>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -36,6 +41,8 @@ std::string success(const std::string& target, std::size_t size) {
 
 class UploadTest : public ServerTest {
   protected:
+    explicit UploadTest(const support::ServerSettings& settings = {}) : ServerTest(settings) {}
+
     static Upload announced(const std::string& path, std::size_t size = content.size(),
                             std::int64_t time = announced_time) {
         return {.path = path, .size = static_cast<std::int64_t>(size), .time = time};
@@ -454,5 +461,129 @@ TEST(UploadSuffixTest, FailedRenamesLeaveTheDataToAnotherAttempt) {
     EXPECT_EQ(stored_file::time_of(temporary), 0);
     std::filesystem::remove_all(memory);
 }
+
+// Others rename, replace and add to files behind the server's back.
+TEST_F(UploadTest, AFinishInstallsOnlyTheFileThatItWrote) {
+    const std::string temporary = in_storage("n.tcp");
+    const std::pair<const char*, std::function<void()>> disturbances[] = {
+        {"gone",
+         [&] {
+             std::filesystem::remove(temporary);
+         }},
+        {"another file",
+         [&] {
+             std::filesystem::rename(temporary, in_storage("moved"));
+             stored_file::put(temporary, std::string(content.size(), 'x'));
+         }},
+        {"longer",
+         [&] {
+             stored_file::put(temporary, content + "more");
+         }},
+    };
+    for (const auto& [what, disturb] : disturbances) {
+        SCOPED_TRACE(what);
+        std::filesystem::remove(temporary);
+        ASSERT_EQ(peer.prepare(announced("n")), go_on_from(0));
+        peer.send_file_data(content);
+        ASSERT_EQ(peer.ask(request::check_storage_id(1)), status_ok);
+        disturb();
+        stored_file::put(in_storage("n"), "somebody's");
+        const std::string there = support::read_file(temporary);
+        EXPECT_EQ(peer.finish_upload(), message::status_rename_failed);
+        EXPECT_EQ(support::read_file(in_storage("n")), "somebody's");
+        EXPECT_EQ(support::read_file(temporary), there);
+        EXPECT_FALSE(recorded("success"));
+    }
+}
+
+TEST_F(UploadTest, AnotherNameOfARunningUploadIsInUse) {
+    Peer second(server.transmit_port());
+    ASSERT_EQ(peer.prepare(announced("d/n")), go_on_from(0));
+    peer.send_file_data(content.substr(0, 500));
+    ASSERT_EQ(second.ask(request::rename_path("d", "e")), status_ok);
+    for (const Upload& upload : {announced("e/n"), announced("e/n", 10), announced("e/n", 9, 9)}) {
+        EXPECT_EQ(second.prepare(upload).status, message::status_file_in_use);
+    }
+    // The old name is free, and a file that comes there isn't the first client's.
+    ASSERT_EQ(second.ask(request::create_directory("d")), status_ok);
+    stored_file::put(in_storage("d/n.tcp"), "strange", 7);
+    peer.send_file_data(content.substr(500));
+    EXPECT_EQ(peer.finish_upload(), message::status_rename_failed);
+    EXPECT_EQ(support::read_file(in_storage("d/n.tcp")), "strange");
+    EXPECT_EQ(stored_file::time_of(in_storage("d/n.tcp")), 7);
+    EXPECT_EQ(second.prepare(announced("e/n")), complete(1000));
+    EXPECT_EQ(support::read_file(in_storage("e/n")), content);
+}
+
+TEST_F(UploadTest, OnlyARegularFileCounts) {
+    const auto pipe = [&](const std::string& name) {
+        ASSERT_EQ(::mkfifo(in_storage(name).c_str(), 0600), 0);
+        const std::array<timespec, 2> times{timespec{}, timespec{announced_time, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, in_storage(name).c_str(), times.data(), 0), 0);
+    };
+    pipe("target");
+    EXPECT_EQ(peer.upload(announced("target", 0), ""), status_ok);
+    expect_arrived("target", "");
+    pipe("temporary.tcp");
+    ASSERT_EQ(peer.prepare(announced("temporary", 0)), go_on_from(0));
+    EXPECT_EQ(peer.finish_upload(), status_ok);
+    expect_arrived("temporary", "");
+    std::filesystem::create_symlink(in_storage("target"), in_storage("link.tcp"));
+    EXPECT_EQ(peer.upload(announced("link"), content), status_ok);
+    expect_arrived("link");
+    EXPECT_EQ(support::read_file(in_storage("target")), "");
+    // A stat that fails for another reason than absence: nothing is known, nothing is touched.
+    std::filesystem::create_symlink(in_storage("circle"), in_storage("circle"));
+    EXPECT_EQ(peer.prepare(announced("circle/n")).status, message::status_open_write_failed);
+    EXPECT_EQ(peer.ask(request::delete_path("circle/n")), message::status_delete_failed);
+    EXPECT_EQ(peer.ask(request::rename_path("link", "circle/n")), message::status_rename_failed);
+    EXPECT_TRUE(exists(in_storage("link")));
+}
+
+support::ServerSettings with_checkpoints(bool wanted) {
+    support::ServerSettings settings;
+    settings.further = wanted ? "<durable_upload>true</durable_upload>"
+                                "<checkpoint_mib>1</checkpoint_mib>"
+                              : "";
+    return settings;
+}
+
+class CheckpointTest : public UploadTest, public testing::WithParamInterface<bool> {
+  protected:
+    CheckpointTest() : UploadTest(with_checkpoints(GetParam())) {}
+};
+
+TEST_P(CheckpointTest, AKillCostsNoMoreThanOneOfThem) {
+    constexpr std::size_t sent = 7 << 19;
+    const std::string bytes = support::random_bytes(5 << 20, 3);
+    const Upload upload = announced("new/folder/n", bytes.size());
+    auto client = std::make_unique<Peer>(server.transmit_port());
+    const auto kill_after = [&](std::int64_t from, std::size_t to) {
+        client->send_file_data(
+            bytes.substr(static_cast<std::size_t>(from), to - static_cast<std::size_t>(from)));
+        EXPECT_EQ(client->ask(request::check_storage_id(1)), status_ok);
+        EXPECT_EQ(server.stop_by(SIGKILL), support::ended_by(SIGKILL));
+        server.start();
+        client = std::make_unique<Peer>(server.transmit_port());
+        return client->prepare(upload);
+    };
+    ASSERT_EQ(client->prepare(upload), go_on_from(0));
+    UploadPrepared prepared = kill_after(0, sent);
+    EXPECT_EQ(prepared.status, message::status_file_incomplete);
+    if (GetParam()) {
+        EXPECT_GE(prepared.offset, static_cast<std::int64_t>(sent) - (2 << 20));
+        // What was there when the upload went on isn't lost either.
+        prepared = kill_after(prepared.offset, sent);
+        EXPECT_GE(prepared.offset, static_cast<std::int64_t>(sent) - (2 << 20));
+    } else {
+        EXPECT_EQ(prepared.offset, 0);
+    }
+    client->send_file_data(bytes.substr(static_cast<std::size_t>(prepared.offset)));
+    EXPECT_EQ(client->finish_upload(), status_ok);
+    expect_arrived("new/folder/n", bytes);
+    EXPECT_EQ(::listxattr(in_storage("new/folder/n").c_str(), nullptr, 0), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothWays, CheckpointTest, testing::Bool());
 
 }  // namespace
