@@ -20,10 +20,13 @@
 // Many files at once: each worker has a connection and takes one file after the other.
 namespace transmit {
 
-// Bytes from somewhere else than a file: fills part of the memory; 0 is the end.
-using ByteSource = std::function<Result<std::size_t>(std::span<char>)>;
-// Takes all of the pieces, in order.
-using ByteSink = std::function<Result<void>(std::span<const iovec>)>;
+// True once a wait is to end.
+using Cancelled = std::function<bool()>;
+// Bytes from somewhere else than a file: fills part of the memory; 0 is the end. Asks `cancelled`
+// now and then while it waits.
+using ByteSource = std::function<Result<std::size_t>(std::span<char>, const Cancelled& cancelled)>;
+// Takes all of the pieces, in order. Asks `cancelled` now and then while it waits.
+using ByteSink = std::function<Result<void>(std::span<const iovec>, const Cancelled& cancelled)>;
 
 struct UploadJob {
     std::string local_path;
@@ -39,12 +42,17 @@ struct UploadJob {
 
 struct DownloadJob {
     RemotePath source;
-    std::string local_path;  // its name included; an older file is replaced. Folders are made
+    std::string local_path;  // its name included. Folders are made; of what lies there only a
+                             // regular file is replaced
     // Written to in place of `local_path`. What it took can't be taken back: a source that changes
     // on the way is an error then.
     ByteSink sink;
     // As a listing told, so that what is there already needs no question.
     std::optional<FileStamp> stamp;
+    // The folder at the start of `local_path` that the user named. Below it, in folders that the
+    // server named, no link is followed unless TransferOptions::follow_links. Empty: the user named
+    // the file's whole folder.
+    std::string root{};
 };
 
 // What of a tree can't be moved, and why: a name that the other side would take for something else,
@@ -60,15 +68,23 @@ struct UploadBatch {
     std::vector<Refusal> refused;     // counted as failed
 };
 
+// A folder of this machine, below the root that no link may lead out of.
+struct DownloadFolder {
+    std::string root;
+    std::string below;
+};
+
 struct DownloadBatch {
     std::vector<DownloadJob> files;
-    std::vector<std::string> folders;
+    std::vector<DownloadFolder> folders;
     std::vector<Refusal> refused;
 };
 
 // All files and folders below `local_folder`, to lie below `target` in the same way. Links are
-// followed to files; to folders they are refused, since they may lead in a circle.
-Result<UploadBatch> upload_tree(const std::string& local_folder, const RemotePath& target);
+// followed to files; to folders they are refused, since they may lead in a circle. `cancelled` ends
+// it.
+Result<UploadBatch> upload_tree(const std::string& local_folder, const RemotePath& target,
+                                const Cancelled& cancelled = {});
 // The other way round. No name leads out of `local_folder`.
 Result<DownloadBatch> download_tree(RetryingConnection& server, const RemotePath& source,
                                     const std::string& local_folder);

@@ -30,11 +30,26 @@ std::string_view test_bytes(std::size_t size) {
     return {bytes.data(), size};
 }
 
+// A refusal of a request for a path.
+Error refusal_of(std::uint16_t status, const RemotePath& path) {
+    if (status != message::status_invalid_storage_id) {
+        return refusal(status);
+    }
+    return {ErrorKind::refused, status,
+            "the server has no storage " + std::to_string(path.storage_id)};
+}
+
 Result<void> accepted(std::uint16_t status) {
     if (status == message::status_ok) {
         return {};
     }
     return refusal(status);
+}
+
+// The outcome of a request for a path.
+Result<void> named(Result<void> outcome, const RemotePath& path) {
+    const bool is_refused = !outcome && outcome.error().kind == ErrorKind::refused;
+    return is_refused ? Result<void>(refusal_of(outcome.error().status, path)) : outcome;
 }
 
 // A request that answers with nothing but a status.
@@ -177,7 +192,11 @@ Result<FileStamp> Connection::download_file_prepare(const RemotePath& path, bool
     if (auto sent = wire_->send_request<message::DownloadFilePrepare>(request, path.path); !sent) {
         return sent.error();
     }
-    return receive_download_prepared();
+    auto stamp = receive_download_prepared();
+    if (!stamp && stamp.error().kind == ErrorKind::refused) {
+        return refusal_of(stamp.error().status, path);
+    }
+    return stamp;
 }
 
 Result<FileStamp> Connection::download_file(const RemotePath& path, bool encrypted) {
@@ -207,6 +226,10 @@ Result<FileStamp> Connection::receive_download_prepared() {
     if (answer->record.status != message::status_ok) {
         return refusal(answer->record.status);
     }
+    if (answer->record.file_size < 0) {
+        close();
+        return Error{ErrorKind::bad_answer, 0, "the server announced a file of negative size"};
+    }
     return FileStamp{answer->record.file_size, answer->record.file_time};
 }
 
@@ -221,20 +244,24 @@ Result<void> Connection::download_file_finish() {
 }
 
 Result<void> Connection::create_directory(const RemotePath& path) {
-    return order<message::CreateDirectory>(*wire_, detail::addressed<message::PathRequest>(path),
-                                           path.path);
+    return named(order<message::CreateDirectory>(
+                     *wire_, detail::addressed<message::PathRequest>(path), path.path),
+                 path);
 }
 
 Result<void> Connection::delete_path(const RemotePath& path) {
-    return order<message::DeletePath>(*wire_, detail::addressed<message::PathRequest>(path),
-                                      path.path);
+    return named(order<message::DeletePath>(*wire_, detail::addressed<message::PathRequest>(path),
+                                            path.path),
+                 path);
 }
 
 Result<void> Connection::rename_path(const RemotePath& old_path, std::string_view new_path) {
     auto request = detail::addressed<message::RenamePathRequest>(old_path);
     request.old_path_length = wire_length(old_path.path);
     request.new_path_length = wire_length(new_path);
-    return order<message::RenamePath>(*wire_, request, std::string_view(old_path.path), new_path);
+    return named(
+        order<message::RenamePath>(*wire_, request, std::string_view(old_path.path), new_path),
+        old_path);
 }
 
 Result<PathContent> Connection::get_path_content(const RemotePath& path) {
@@ -252,7 +279,7 @@ Result<PathContent> Connection::get_path_content(const RemotePath& path) {
         case message::status_path_is_directory:
             return PathContent{true, std::move(answer->tail)};
         default:
-            return refusal(answer->record.status);
+            return refusal_of(answer->record.status, path);
     }
 }
 

@@ -12,7 +12,7 @@ std::string joined(const std::string& folder, const std::string& name) {
 class DownloadTree {
   public:
     DownloadTree(const RemotePath& source, const std::string& local_folder)
-        : source_(source), local_folder_(local_folder) {}
+        : source_(source), local_folder_(local_folder.empty() ? "." : local_folder) {}
 
     void add_folder(const std::string& path, const Result<std::vector<Entry>>& entries) {
         const std::string remote = joined(source_.path, path);
@@ -21,7 +21,7 @@ class DownloadTree {
             batch_.refused.push_back({remote, listed_path_error(remote, entries.error())});
             return;
         }
-        batch_.folders.push_back(local);
+        batch_.folders.push_back({local_folder_, path});
         for (const Entry& entry : *entries) {
             if (!is_plain_name(entry.name)) {
                 refuse(joined(remote, entry.name));
@@ -30,7 +30,8 @@ class DownloadTree {
                     {{source_.storage_id, source_.user_id, joined(remote, entry.name)},
                      joined(local, entry.name),
                      {},
-                     FileStamp{entry.size, entry.time}});
+                     FileStamp{entry.size, entry.time},
+                     local_folder_});
             }
         }
     }
@@ -45,7 +46,7 @@ class DownloadTree {
     }
 
     const RemotePath& source_;
-    const std::string& local_folder_;
+    const std::string local_folder_;
     DownloadBatch batch_;
 };
 

@@ -9,7 +9,24 @@
 namespace transmit {
 namespace {
 
-constexpr std::ptrdiff_t deepest = 128;
+// What a walk may cost in memory: a server could make up a tree without an end. Room for some
+// three million files.
+constexpr std::size_t most_memory = 1UL << 30;
+// Of an entry, beside its path on the server and here.
+constexpr std::size_t entry_memory = 256;
+
+std::size_t memory_of(const std::string& folder, const std::vector<Entry>& entries) {
+    std::size_t sum = 0;
+    for (const Entry& entry : entries) {
+        sum += entry_memory + 2 * (folder.size() + entry.name.size());
+    }
+    return sum;
+}
+
+// Failures of one folder, which say nothing about the others.
+bool is_of_one_folder(const Error& error) {
+    return error.kind == ErrorKind::refused || error.kind == ErrorKind::invalid_request;
+}
 
 std::string last_component(std::string_view path) {
     const auto end = path.find_last_not_of("/\\");
@@ -70,22 +87,27 @@ Result<std::vector<Entry>> list_folder(RetryingConnection& server, const RemoteP
 Result<void> walk_remote(RetryingConnection& server, const RemotePath& folder,
                          const FolderVisitor& visit) {
     std::deque<std::string> waiting{""};
+    std::size_t memory = 0;
     while (!waiting.empty()) {
         const std::string path = std::move(waiting.front());
         waiting.pop_front();
         const auto entries = list_folder(server, below(folder, path));
-        if (!entries && (path.empty() || entries.error().kind != ErrorKind::refused)) {
+        if (!entries && (path.empty() || !is_of_one_folder(entries.error()))) {
             return entries.error();
         }
+        memory += entries ? memory_of(path, *entries) : 0;
+        if (memory > most_memory) {
+            return Error{ErrorKind::bad_answer, 0,
+                         "the tree is too large for one command; it got as far as the folder " +
+                             below(folder, path).path};
+        }
         visit(path, entries);
-        if (!entries || std::ranges::count(path, '/') >= deepest) {
+        if (!entries) {
             continue;
         }
-        auto place = waiting.begin();
-        for (const Entry& entry : *entries) {
-            if (entry.is_folder && is_plain_name(entry.name)) {
-                place = waiting.insert(place, path.empty() ? entry.name : path + '/' + entry.name);
-                ++place;
+        for (auto entry = entries->rbegin(); entry != entries->rend(); ++entry) {
+            if (entry->is_folder && is_plain_name(entry->name)) {
+                waiting.push_front(path.empty() ? entry->name : path + '/' + entry->name);
             }
         }
     }

@@ -24,9 +24,9 @@ Result<std::vector<Entry>> list_folder(RetryingConnection& server, const RemoteP
 using FolderVisitor =
     std::function<void(const std::string& path, const Result<std::vector<Entry>>& entries)>;
 
-// Visits the folder and those below it, parents first. Folders whose names are no plain names (see
-// is_plain_name) and those more than 128 levels deep are listed but not entered. Fails if the first
-// folder can't be listed or the connection can't be had.
+// Visits the folder and those below it, however deep, parents first. Folders whose names are no
+// plain names (see is_plain_name) are listed but not entered. Fails if the first folder can't be
+// listed, the connection can't be had, or the tree has more than some three million entries.
 Result<void> walk_remote(RetryingConnection& server, const RemotePath& folder,
                          const FolderVisitor& visit);
 

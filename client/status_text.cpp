@@ -27,7 +27,8 @@ StatusText status_text(std::uint16_t status) {
         case status_path_is_file:
             return {"the path is a file", "Name a folder."};
         case status_path_is_directory:
-            return {"the path is a folder where a file is wanted", "Name a file in it."};
+            return {"the path is a folder where a file is wanted",
+                    "Name a file in it; get -r fetches folders."};
         case status_create_directory_failed:
             return {"the server couldn't create the folder",
                     "See that no file stands in its place and that the storage can be written."};

@@ -5,11 +5,19 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "client/rate_limiter.h"
 #include "client/remote.h"
 
 namespace transmit {
+
+// True if a file could have changed after it was seen without showing it: times are whole seconds,
+// and so one of the last two says nothing about the content. Nor does one in the future.
+inline bool may_still_change(std::int64_t file_time) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return file_time >= std::chrono::floor<std::chrono::seconds>(now).count() - 2;
+}
 
 // How far a transfer has come, in bytes of the plain file. `resumed_from` was there before.
 struct Progress {
@@ -38,14 +46,21 @@ enum class ResumeCheck {
 
 struct TransferOptions {
     bool encrypted = false;
+    // Follows symbolic links below the target folder of a downloaded tree.
+    bool follow_links = false;
     // Replaces a file by the bare conversation, which removes the old version before the new one
     // has come. Else the new one is sent under a side name and renamed over the old one.
     bool in_place = false;
+    // The server's suffix for temporary files; empty: unknown. With a wrong one, files that users
+    // gave such names may be lost.
+    std::string server_suffix = ".tcp";
     // Moves also what is there already with the same size and time.
     bool always = false;
+    // Decides by content (SHA-256), not by time, whether a file of the same size is there already.
+    bool checksum = false;
     ResumeCheck check = ResumeCheck::tail;
-    // Reads an upload back, or the source of a download again, and compares by SHA-256. What
-    // differs starts over, once.
+    // Reads an upload back, or the source of a download again, and compares by SHA-256; compares
+    // what is there already too. What differs is moved again.
     bool verify = false;
     // Tells what would be moved and moves nothing; each report says so by `moved` = 0.
     bool dry_run = false;

@@ -1,5 +1,4 @@
 include(CMakeFindDependencyMacro)
 find_dependency(Threads)
 find_dependency(OpenSSL 3)
-find_dependency(LibXml2)
 include("${CMAKE_CURRENT_LIST_DIR}/transmit_client-targets.cmake")

@@ -3,12 +3,14 @@
 #include "client/batch.h"
 #include "client/detail/small_uploads.h"
 #include "client/detail/upload_conversation.h"
+#include "client/detail/upload_names.h"
 
 namespace transmit {
 namespace {
 
 using detail::BatchRun;
 using detail::RemoteFolders;
+using detail::UploadNames;
 using detail::Worker;
 
 constexpr std::size_t longest_path = 65'535;
@@ -19,7 +21,7 @@ constexpr int workers_for_small_files = 2;
 // Small files that nothing is known or asked about which needs care.
 bool is_small(const UploadJob& job, const TransferOptions& options) {
     return job.size && *job.size <= detail::UploadSender::small_size && !options.verify &&
-           !options.always && !options.dry_run && !job.source &&
+           !options.checksum && !options.always && !options.dry_run && !job.source &&
            job.target.path.size() <= longest_path && detail::is_told_by_listings(job.target.path);
 }
 
@@ -29,23 +31,26 @@ int workers_for(const std::vector<UploadJob>& jobs, const TransferOptions& optio
     return are_small ? workers_for_small_files : BatchRun::usual_workers;
 }
 
-Result<TransferReport> upload(Worker& worker, RemoteFolders& folders, detail::UploadSender& sender,
-                              const UploadJob& job) {
-    auto source = job.source ? detail::SourceFile::spool(job.source)
+Result<TransferReport> upload(Worker& worker, RemoteFolders& folders, const UploadNames& names,
+                              detail::UploadSender& sender, const UploadJob& job) {
+    auto source = job.source ? detail::SourceFile::spool(
+                                   job.source, [&worker] { return worker.run.cancelled(); })
                              : detail::SourceFile::open(job.local_path);
     if (!source) {
         return source.error();
     }
-    return detail::UploadConversation(worker, folders, sender, *std::move(source), job).run();
+    return detail::UploadConversation(worker, folders, names, sender, *std::move(source), job)
+        .run();
 }
 
-void work(Worker& worker, RemoteFolders& folders, const std::vector<UploadJob>& jobs) {
+void work(Worker& worker, RemoteFolders& folders, const UploadNames& names,
+          const std::vector<UploadJob>& jobs) {
     detail::UploadSender sender(worker.run);
-    detail::SmallUploads small_uploads(worker, folders, sender, jobs);
+    detail::SmallUploads small_uploads(worker, folders, names, sender, jobs);
     detail::move_files(
         worker, [&](std::size_t file) { return is_small(jobs[file], worker.run.options()); },
         small_uploads,
-        [&](std::size_t file) { return upload(worker, folders, sender, jobs[file]); });
+        [&](std::size_t file) { return upload(worker, folders, names, sender, jobs[file]); });
 }
 
 void make_folders(Worker& worker, RemoteFolders& folders, const std::vector<RemotePath>& wanted) {
@@ -70,6 +75,7 @@ TransferSummary upload_files(const Server& server, const UploadBatch& batch,
                              const TransferOptions& options, TransferObserver& observer) {
     BatchRun run(server, batch.files.size(), options, observer);
     RemoteFolders folders;
+    const UploadNames names(batch.files, options.server_suffix);
     for (const Refusal& refusal : batch.refused) {
         run.refused(refusal);
     }
@@ -79,7 +85,7 @@ TransferSummary upload_files(const Server& server, const UploadBatch& batch,
                 make_folders(worker, folders, batch.folders);
             }
         },
-        [&](Worker& worker) { work(worker, folders, batch.files); },
+        [&](Worker& worker) { work(worker, folders, names, batch.files); },
         workers_for(batch.files, options));
 }
 

@@ -12,7 +12,8 @@ namespace fs = std::filesystem;
 
 class UploadTree {
   public:
-    explicit UploadTree(const RemotePath& target) : target_(target) {}
+    UploadTree(const RemotePath& target, const Cancelled& cancelled)
+        : target_(target), cancelled_(cancelled) {}
 
     Result<void> add_folder(const std::string& local, const std::string& remote) {
         std::error_code error;
@@ -24,6 +25,9 @@ class UploadTree {
             batch_.folders.push_back(at(remote));
         }
         for (; entries != fs::directory_iterator(); entries.increment(error)) {
+            if (is_cancelled()) {
+                return Error{ErrorKind::cancelled, 0, "cancelled"};
+            }
             add(*entries, remote);
         }
         if (error) {
@@ -31,6 +35,8 @@ class UploadTree {
         }
         return {};
     }
+
+    bool is_cancelled() const { return cancelled_ && cancelled_(); }
 
     // In the order of names, whatever the file system's is.
     UploadBatch take() {
@@ -71,15 +77,20 @@ class UploadTree {
     }
 
     const RemotePath& target_;
+    const Cancelled& cancelled_;
     UploadBatch batch_;
 };
 
 }  // namespace
 
-Result<UploadBatch> upload_tree(const std::string& local_folder, const RemotePath& target) {
-    UploadTree tree(target);
+Result<UploadBatch> upload_tree(const std::string& local_folder, const RemotePath& target,
+                                const Cancelled& cancelled) {
+    UploadTree tree(target, cancelled);
     if (auto added = tree.add_folder(local_folder, target.path); !added) {
         return added.error();
+    }
+    if (tree.is_cancelled()) {
+        return Error{ErrorKind::cancelled, 0, "cancelled"};
     }
     return tree.take();
 }

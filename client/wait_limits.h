@@ -5,9 +5,9 @@
 
 namespace transmit {
 
-// How long a peer may keep us waiting. `cancelled`, if set, is asked whenever a wait is interrupted
-// by a signal, and at least five times a second while one lasts; true ends the wait. `stalled`, if
-// set, is told once in each wait that lasts for `stall`.
+// How long a peer may keep us waiting. `cancelled`, if set, is asked before each call to the system
+// that sends or receives, and at least five times a second while one waits; true ends it.
+// `stalled`, if set, is told once in each wait that lasts for `stall`.
 struct WaitLimits {
     std::chrono::milliseconds connect{10'000};
     std::chrono::milliseconds silence{60'000};

@@ -6,8 +6,8 @@
 
 #include "client/cli/arguments.h"
 #include "client/cli/command_table.h"
+#include "client/cli/server.h"
 #include "client/cli/settings_file.h"
-#include "client/cli/terminal.h"
 
 namespace transmit::cli {
 namespace {
@@ -66,8 +66,16 @@ std::string reason(const CLI::App& program, const CLI::ParseError& error) {
     return text + "; \"transmit " + command.front()->get_name() + " --help\" tells more";
 }
 
+// What a command line that can't be read says of the form of its errors.
+Common as_typed(const std::vector<std::string>& typed) {
+    Common common;
+    common.json = std::ranges::find(typed, "--json") != typed.end();
+    return common;
+}
+
 ExitCode parse_and_run(CommandTable& table, std::vector<std::string> arguments,
                        std::vector<std::string> typed) {
+    std::ranges::transform(arguments, arguments.begin(), &marked);
     std::reverse(arguments.begin(), arguments.end());
     try {
         table.program().parse(std::move(arguments));
@@ -75,8 +83,8 @@ ExitCode parse_and_run(CommandTable& table, std::vector<std::string> arguments,
         table.program().exit(wish);
         return ExitCode::done;
     } catch (const CLI::ParseError& error) {
-        complain(reason(table.program(), error));
-        return ExitCode::usage;
+        return report_usage(as_typed(typed),
+                            {ErrorKind::invalid_request, 0, reason(table.program(), error)});
     }
     return table.run(std::move(typed));
 }
@@ -92,8 +100,7 @@ ExitCode run_command_line(int argument_count, const char* const* arguments) {
         prepared = insert_settings(table, settings_path(), words);
     }
     if (!prepared) {
-        complain("", prepared.error());
-        return ExitCode::usage;
+        return report_usage(as_typed(typed), prepared.error());
     }
     return parse_and_run(table, std::move(words), typed);
 }

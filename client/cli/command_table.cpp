@@ -1,9 +1,14 @@
 #include "client/cli/command_table.h"
 
 #include <algorithm>
+#include <charconv>
+#include <iostream>
 #include <map>
 
+#include "client/cli/arguments.h"
 #include "client/cli/help_format.h"
+#include "client/cli/server.h"
+#include "client/cli/terminal.h"
 #include "client/cli/text.h"
 
 namespace transmit::cli {
@@ -73,7 +78,7 @@ CLI::Option* add_text(CLI::App& command, const std::string& name, const std::str
     return command.add_option_function<std::string>(
         name,
         [name, take = std::move(take)](const std::string& text) {
-            if (const std::string error = take(text); !error.empty()) {
+            if (const std::string error = take(unmarked(text)); !error.empty()) {
                 throw CLI::ValidationError(name, error);
             }
         },
@@ -102,12 +107,36 @@ CLI::Option* add_choice(CLI::App& command, const std::string& name, const std::s
 
 CLI::Option* add_names(CLI::App& command, std::vector<std::string>& names, const char* text,
                        const std::string& description) {
-    return command.add_option("names", names, description)->option_text(text);
+    return command
+        .add_option_function<std::vector<std::string>>(
+            "names",
+            [&names](const std::vector<std::string>& texts) {
+                names.clear();
+                for (const std::string& one : texts) {
+                    names.push_back(unmarked(one));
+                }
+            },
+            description)
+        ->option_text(text);
+}
+
+void add_suffix(CLI::App& command, std::string& suffix) {
+    add_text(command, "--suffix",
+             "What the server adds to the names of unfinished uploads; .tcp unless told, empty if "
+             "none are to be recognised",
+             [&suffix](const std::string& text) {
+                 suffix = text;
+                 return std::string();
+             })
+        ->type_name("SUFFIX");
 }
 
 CLI::Option* add_name(CLI::App& command, const char* id, std::string& name, const char* text,
                       const char* description) {
-    return command.add_option(id, name, description)->option_text(text);
+    return command
+        .add_option_function<std::string>(
+            id, [&name](const std::string& one) { name = unmarked(one); }, description)
+        ->option_text(text);
 }
 
 }  // namespace
@@ -123,6 +152,10 @@ CommandTable::CommandTable() : program_(program_description, "transmit") {
     add_transfers();
     add_path_commands();
     add_server_commands();
+    CLI::App& help_command =
+        add("help", "Explain the program, or a command", "", [this] { return help(); });
+    add_name(help_command, "command", help_name_, "[COMMAND]", "What to explain");
+    add_common_options(help_command);
 }
 
 const CLI::App* CommandTable::find(std::string_view name) const {
@@ -151,7 +184,49 @@ bool CommandTable::any_has(std::string_view option, bool with_value) const {
 
 ExitCode CommandTable::run(std::vector<std::string> command_line) {
     common_.command_line = std::move(command_line);
+    if (!storage_name_.empty() && names_a_path()) {
+        const auto id = find_storage(common_, storage_name_);
+        if (!id) {
+            return report_failure(common_, "", id.error());
+        }
+        common_.defaults.path.storage_id = *id;
+    }
     return action_();
+}
+
+std::string CommandTable::take_storage(const std::string& text) {
+    const bool is_number = std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+    storage_name_ = is_number ? "" : text;
+    const char* const end = text.data() + text.size();
+    return !is_number || std::from_chars(text.data(), end, common_.defaults.path.storage_id) ==
+                             std::from_chars_result{end, {}}
+               ? ""
+               : "'" + text + "' is no number of a storage";
+}
+
+// Whether the command works on a path that tells no storage of its own.
+bool CommandTable::names_a_path() const {
+    std::vector<std::string> all{old_name_};
+    for (const auto* names : {&names_, &transfer_.names, &list_.names, &remove_.names}) {
+        all.insert(all.end(), names->begin(), names->end());
+    }
+    const bool lists_root = program_.got_subcommand("ls") && list_.names.empty();
+    return lists_root ||
+           std::ranges::any_of(all, [](const std::string& name) { return name.starts_with('/'); });
+}
+
+ExitCode CommandTable::help() {
+    if (help_name_.empty()) {
+        std::cout << program_.help();
+        return ExitCode::done;
+    }
+    const CLI::App* const command = find(help_name_);
+    if (!command) {
+        return report_usage(common_, {ErrorKind::invalid_request, 0,
+                                      help_name_ + " is no command; \"transmit help\" lists them"});
+    }
+    std::cout << command->help(program_.get_name());
+    return ExitCode::done;
 }
 
 CLI::App& CommandTable::add(const char* name, const char* description, const char* examples,
@@ -167,10 +242,10 @@ void CommandTable::add_common_options(CLI::App& command) {
     command.option_defaults()->group(common_group);
     add_server(command, "--server", "Server of names that tell none; 127.0.0.1:30000 unless told")
         ->type_name("HOST[:PORT]");
-    command
-        .add_option("--storage", common_.defaults.path.storage_id,
-                    "Storage of names that tell none; 1 unless told")
-        ->type_name("ID");
+    add_text(command, "--storage",
+             "Storage of names that tell none, its number or name; 1 unless told",
+             [this](const std::string& text) { return take_storage(text); })
+        ->type_name("STORAGE");
     command
         .add_option("--user", common_.defaults.path.user_id,
                     "User to work for, whose folder paths are counted from where the server gives "
@@ -208,6 +283,8 @@ void CommandTable::add_transfers() {
                   "; - for standard output. The working folder if left out")
         ->required();
     add_transfer_options(get_command);
+    get_command.add_flag("--follow-links", transfer_.follow_links,
+                         "Follow symbolic links to folders below the target of -r");
     get_command
         .add_option("--streams", transfer_.streams,
                     "Connections that share what is left of a single file, if one alone would take "
@@ -236,7 +313,11 @@ void CommandTable::add_transfer_options(CLI::App& command) {
                "its last 64 KiB, unless told, or all",
                transfer_.check_all, {{"tail", false}, {"all", true}});
     command.add_flag("--verify", transfer_.verify,
-                     "Read the result back and compare it by SHA-256");
+                     "Read the result back and compare it by SHA-256, also what was there already");
+    command.add_flag("--checksum", transfer_.checksum,
+                     "Decide by content, not by time, whether a file of the same size is there "
+                     "already");
+    add_suffix(command, transfer_.server_suffix);
     command.add_flag("--encrypt", transfer_.encrypted,
                      "Encipher the data on its way, which hides it from a casual look only");
 }
@@ -252,9 +333,14 @@ void CommandTable::add_limits(CLI::App& command) {
         ->type_name("RATE");
     add_seconds(command, "--max-time", transfer_.max_time,
                 "Longest time for the whole; no limit unless told");
-    add_seconds(command, "--retry-for", transfer_.retry_for,
-                "How long a transfer that makes no progress is tried again, in pauses from one "
-                "second to a minute; 300 unless told, 0 is never");
+    command
+        .add_option_function<std::uint32_t>(
+            "--retry-for",
+            [this](std::uint32_t value) { transfer_.retry_for = std::chrono::seconds(value); },
+            "How long a transfer that makes no progress is tried again, in pauses from one "
+            "second to a minute; 300 unless told, 0 is never. If told, a server that isn't up yet "
+            "is waited for too")
+        ->type_name("SECONDS");
     add_choice(command, "--progress",
                "Bars, a line each ten seconds, or none; bars on a terminal and lines elsewhere "
                "unless told",
@@ -292,6 +378,7 @@ void CommandTable::add_ls() {
     add_names(command, list_.names, "[NAME]...", "Folders or files on the server; / if left out");
     command.add_flag("-l,--long", list_.details, "With size and time");
     command.add_flag("-R,--recursive", list_.recursive, "Folders below too, as paths");
+    add_suffix(command, list_.server_suffix);
     add_common_options(command);
 }
 

@@ -33,6 +33,9 @@ class CommandTable {
   private:
     using Action = std::function<ExitCode()>;
 
+    std::string take_storage(const std::string& text);
+    bool names_a_path() const;
+    ExitCode help();
     bool any_has(std::string_view option, bool with_value) const;
     CLI::App& add(const char* name, const char* description, const char* examples, Action action);
     void add_common_options(CLI::App& command);
@@ -59,6 +62,8 @@ class CommandTable {
     std::string old_name_;
     std::string new_name_;
     std::chrono::seconds duration_{3};
+    std::string storage_name_;  // of --storage, if it is no number
+    std::string help_name_;
 };
 
 }  // namespace transmit::cli

@@ -31,15 +31,19 @@ struct TransferCommand {
     bool recursive = false;
     bool encrypted = false;
     bool in_place = false;
+    bool follow_links = false;
     bool always = false;
     bool verify = false;
     bool check_all = false;
     bool dry_run = false;
     std::optional<int> jobs;
     int streams = 4;
-    std::uint64_t rate = 0;               // bytes per second; 0: no limit
-    std::chrono::seconds max_time{0};     // of the whole; 0: no limit
-    std::chrono::seconds retry_for{300};  // without progress
+    std::uint64_t rate = 0;            // bytes per second; 0: no limit
+    std::chrono::seconds max_time{0};  // of the whole; 0: no limit
+    // Without progress, 300 unless told; told, a server that isn't up yet is waited for too.
+    std::optional<std::chrono::seconds> retry_for;
+    std::string server_suffix = ".tcp";
+    bool checksum = false;
     ProgressStyle progress = ProgressStyle::automatic;
 };
 
@@ -47,6 +51,7 @@ struct ListCommand {
     std::vector<std::string> names;
     bool details = false;
     bool recursive = false;
+    std::string server_suffix = ".tcp";
 };
 
 struct RemoveCommand {

@@ -48,7 +48,9 @@ ExitCode exit_code(const Error& error, ExitCode missing) {
         case ErrorKind::missing_file:
             return missing;
         case ErrorKind::cancelled:
-            return ending_signal() == SIGTERM ? ExitCode::terminated : ExitCode::interrupted;
+            return ending_signal() == SIGTERM  ? ExitCode::terminated
+                   : ending_signal() == SIGINT ? ExitCode::interrupted
+                                               : ExitCode::time_limit;
         default:
             break;
     }

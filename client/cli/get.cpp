@@ -7,13 +7,14 @@
 #include <cerrno>
 #include <iterator>
 #include <system_error>
+#include <unordered_set>
 
 #include "client/cli/commands.h"
 #include "client/cli/interrupt.h"
 #include "client/cli/names.h"
 #include "client/cli/server.h"
-#include "client/cli/terminal.h"
 #include "client/cli/transfer_run.h"
+#include "client/cli/unfinished_upload.h"
 #include "client/remote_tree.h"
 
 namespace transmit::cli {
@@ -31,21 +32,21 @@ int open_standard_output() {
 }
 
 // Waits in short turns, since a signal may reach another thread than this one.
-Result<void> await_reader(int output) {
+Result<void> await_reader(int output, const Cancelled& cancelled) {
     constexpr int turn = 200;  // milliseconds
     pollfd waiting{output, POLLOUT, 0};
-    while (poll(&waiting, 1, turn) <= 0) {
-        if (interrupted()) {
+    do {
+        if (cancelled()) {
             return Error{ErrorKind::cancelled, 0, "cancelled"};
         }
-    }
+    } while (poll(&waiting, 1, turn) <= 0);
     return {};
 }
 
-Result<void> write_all(const char* data, std::size_t size) {
+Result<void> write_all(const char* data, std::size_t size, const Cancelled& cancelled) {
     static const int output = open_standard_output();
     while (size > 0) {
-        if (auto ready = await_reader(output); !ready) {
+        if (auto ready = await_reader(output, cancelled); !ready) {
             return ready;
         }
         const ssize_t written = write(output, data, size);
@@ -60,9 +61,10 @@ Result<void> write_all(const char* data, std::size_t size) {
     return {};
 }
 
-Result<void> write_standard_output(std::span<const iovec> pieces) {
+Result<void> write_standard_output(std::span<const iovec> pieces, const Cancelled& cancelled) {
     for (const iovec& piece : pieces) {
-        if (auto written = write_all(static_cast<const char*>(piece.iov_base), piece.iov_len);
+        if (auto written =
+                write_all(static_cast<const char*>(piece.iov_base), piece.iov_len, cancelled);
             !written) {
             return written;
         }
@@ -79,7 +81,7 @@ class DownloadPlan {
           endpoint_(std::move(endpoint)),
           local_(std::move(local)),
           into_folder_(into_folder),
-          server_(connect_once(common, endpoint_)) {}
+          server_(connect_once(common, endpoint_, command.retry_for)) {}
 
     // An error that ends all.
     Result<void> add(const RemotePath& source) {
@@ -133,10 +135,47 @@ class DownloadPlan {
         if (!tree) {
             return note(source, tree.error());
         }
+        refuse_unfinished(*tree);
+        if (into_folder_) {
+            root_at_target(*tree, remote_name(source.path));
+        }
         std::ranges::move(tree->files, std::back_inserter(batch_.files));
         std::ranges::move(tree->folders, std::back_inserter(batch_.folders));
         std::ranges::move(tree->refused, std::back_inserter(batch_.refused));
         return {};
+    }
+
+    // Not fetched as files, but not passed over in silence either.
+    void refuse_unfinished(DownloadBatch& tree) const {
+        std::unordered_set<std::string> paths;
+        for (const DownloadJob& job : tree.files) {
+            paths.insert(job.source.path);
+        }
+        std::erase_if(tree.files, [&](const DownloadJob& job) {
+            const std::string& path = job.source.path;
+            const std::string name = remote_name(path);
+            const std::string folder = path.substr(0, path.size() - name.size());
+            const bool unfinished = is_unfinished_upload(
+                name, command_.server_suffix,
+                [&](const std::string& other) { return paths.contains(folder + other); });
+            if (unfinished) {
+                tree.refused.push_back({path,
+                                        {ErrorKind::invalid_request, 0,
+                                         "this looks like an upload that isn't done; get it by its "
+                                         "own name, or see --suffix"}});
+            }
+            return unfinished;
+        });
+    }
+
+    // The tree's own folder lies below the target, like all others.
+    void root_at_target(DownloadBatch& tree, const std::string& name) const {
+        for (DownloadJob& job : tree.files) {
+            job.root = local_;
+        }
+        for (DownloadFolder& folder : tree.folders) {
+            folder = {local_, joined(name, folder.below)};
+        }
     }
 
     Result<void> note(const RemotePath& source, const Error& error) {
@@ -169,6 +208,7 @@ bool goes_into_folder(const std::string& local, std::size_t sources, bool recurs
 }  // namespace
 
 ExitCode get(const Common& common, const TransferCommand& command) {
+    set_time_limit(command.max_time);
     std::vector<std::string> names = command.names;
     std::string local = ".";
     if (names.size() > 1) {
@@ -177,19 +217,17 @@ ExitCode get(const Common& common, const TransferCommand& command) {
     }
     const auto sources = parse_targets(names, common.defaults);
     if (!sources) {
-        complain("", sources.error());
-        return ExitCode::usage;
+        return report_usage(common, sources.error());
     }
     if (local == standard_output && (sources->size() > 1 || command.recursive || common.json)) {
-        complain("standard output takes one file, and no JSON beside it");
-        return ExitCode::usage;
+        return report_usage(common, {ErrorKind::invalid_request, 0,
+                                     "standard output takes one file, and no JSON beside it"});
     }
     DownloadPlan plan(common, command, sources->front().server, local,
                       goes_into_folder(local, sources->size(), command.recursive));
     for (const Target& source : *sources) {
         if (const auto added = plan.add(source.path); !added) {
-            complain(source.path.path, added.error());
-            return exit_code(added.error());
+            return report_stop(common, command, source.path.path, added.error());
         }
     }
     return run_transfer(common, command, std::move(plan).finish());

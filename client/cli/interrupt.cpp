@@ -8,6 +8,10 @@ namespace {
 
 std::atomic<int> ending = 0;
 std::atomic<bool> report_wish = false;
+using Clock = std::chrono::steady_clock;
+constexpr Clock::time_point no_limit = Clock::time_point::max();
+// Set before threads start.
+Clock::time_point deadline = no_limit;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
               "else a signal's handler couldn't set them");
 
@@ -36,12 +40,16 @@ void catch_signals() {
     handle(SIGUSR1, &note_report_wish, SA_RESTART);
 }
 
+void set_time_limit(std::chrono::seconds limit) {
+    deadline = limit.count() == 0 ? no_limit : Clock::now() + limit;
+}
+
 int ending_signal() {
     return ending;
 }
 
 bool interrupted() {
-    return ending != 0;
+    return ending != 0 || (deadline != no_limit && Clock::now() >= deadline);
 }
 
 bool take_report_wish() {

@@ -2,10 +2,13 @@
 
 #include <iostream>
 
+#include "client/cli/text.h"
+
 namespace transmit::cli {
 
 void print_line(const Json& object) {
-    std::cout << object.dump(-1, ' ', false, Json::error_handler_t::replace) << std::endl;
+    std::cout << shown_json(object.dump(-1, ' ', false, Json::error_handler_t::replace))
+              << std::endl;
 }
 
 }  // namespace transmit::cli

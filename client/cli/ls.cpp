@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 
@@ -7,6 +8,7 @@
 #include "client/cli/server.h"
 #include "client/cli/terminal.h"
 #include "client/cli/text.h"
+#include "client/cli/unfinished_upload.h"
 #include "client/remote_tree.h"
 #include "src/message/status.h"
 
@@ -41,7 +43,8 @@ class Listing {
         }
         first_ = false;
         for (const Entry& entry : *entries) {
-            print(entry, joined(folder.path, entry.name), entry.name);
+            print(entry, joined(folder.path, entry.name), entry.name,
+                  is_unfinished(entry, *entries));
         }
         return {};
     }
@@ -63,7 +66,7 @@ class Listing {
         }
         for (const Entry& entry : *entries) {
             const std::string whole = joined(path, entry.name);
-            print(entry, whole, whole);
+            print(entry, whole, whole, is_unfinished(entry, *entries));
         }
     }
 
@@ -72,15 +75,24 @@ class Listing {
         if (!entry) {
             return entry.error();
         }
-        print(*entry, path.path, path.path);
+        print(*entry, path.path, path.path, false);
         return {};
     }
 
-    void print(const Entry& entry, const std::string& path, const std::string& name) const {
+    bool is_unfinished(const Entry& entry, const std::vector<Entry>& sorted) const {
+        return !entry.is_folder &&
+               is_unfinished_upload(
+                   entry.name, command_.server_suffix, [&sorted](const std::string& name) {
+                       return std::ranges::binary_search(sorted, name, {}, &Entry::name);
+                   });
+    }
+
+    void print(const Entry& entry, const std::string& path, const std::string& name,
+               bool unfinished) const {
         if (common_.json) {
-            print_line(entry_object(entry, path));
+            print_line(entry_object(entry, path, unfinished));
         } else {
-            print_entry(entry, name, command_.details);
+            print_entry(entry, name, command_.details, unfinished);
         }
     }
 

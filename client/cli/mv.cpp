@@ -29,8 +29,7 @@ ExitCode mv(const Common& common, const std::string& old_name, const std::string
     const auto old_target = parse_target(old_name, common.defaults);
     const auto path = old_target ? new_path(*old_target, new_name) : old_target.error();
     if (!path) {
-        complain("", path.error());
-        return ExitCode::usage;
+        return report_usage(common, path.error());
     }
     const auto rename = [&](RetryingConnection& server, const RemotePath& old_path) {
         auto renamed = server.run(

@@ -3,7 +3,6 @@
 #include "client/cli/commands.h"
 #include "client/cli/json.h"
 #include "client/cli/server.h"
-#include "client/cli/terminal.h"
 
 namespace transmit::cli {
 
@@ -12,8 +11,7 @@ ExitCode nodes(const Common& common) {
         return connection.get_norvane_node_count();
     });
     if (!count) {
-        complain("", count.error());
-        return exit_code(count.error());
+        return report_failure(common, "", count.error());
     }
     if (common.json) {
         print_line({{"nodes", *count}});

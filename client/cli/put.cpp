@@ -10,7 +10,7 @@
 #include "client/cli/commands.h"
 #include "client/cli/interrupt.h"
 #include "client/cli/names.h"
-#include "client/cli/terminal.h"
+#include "client/cli/server.h"
 #include "client/cli/transfer_run.h"
 
 namespace transmit::cli {
@@ -33,11 +33,11 @@ std::optional<std::int64_t> size_of(const std::string& file) {
 }
 
 // Waits in short turns, since a signal may reach another thread than this one.
-Result<std::size_t> read_standard_input(std::span<char> memory) {
+Result<std::size_t> read_standard_input(std::span<char> memory, const Cancelled& cancelled) {
     constexpr int turn = 200;  // milliseconds
     pollfd input{STDIN_FILENO, POLLIN, 0};
     while (poll(&input, 1, turn) <= 0) {
-        if (interrupted()) {
+        if (cancelled()) {
             return Error{ErrorKind::cancelled, 0, "cancelled"};
         }
     }
@@ -98,7 +98,7 @@ class UploadPlan {
             refuse(source, {ErrorKind::invalid_request, 0, "this is a folder; -r sends folders"});
             return;
         }
-        auto tree = upload_tree(source, place_of(source));
+        auto tree = upload_tree(source, place_of(source), &interrupted);
         if (!tree) {
             refuse(source, tree.error());
             return;
@@ -121,6 +121,7 @@ class UploadPlan {
 }  // namespace
 
 ExitCode put(const Common& common, const TransferCommand& command) {
+    set_time_limit(command.max_time);
     std::vector<std::string> sources = command.names;
     std::string target_name = "/";
     if (sources.size() > 1) {
@@ -129,14 +130,14 @@ ExitCode put(const Common& common, const TransferCommand& command) {
     }
     const auto target = parse_target(target_name, common.defaults);
     if (!target) {
-        complain("", target.error());
-        return ExitCode::usage;
+        return report_usage(common, target.error());
     }
     const bool into_folder = sources.size() > 1 || remote_name(target->path.path).empty() ||
                              ends_in_separator(target->path.path);
     if (into_folder && std::ranges::count(sources, standard_input) > 0) {
-        complain("standard input needs the name that it gets: transmit put - /docs/NAME");
-        return ExitCode::usage;
+        return report_usage(common, {ErrorKind::invalid_request, 0,
+                                     "standard input needs the name that it gets: transmit put - "
+                                     "/docs/NAME"});
     }
     UploadPlan plan(command, *target, into_folder);
     for (const std::string& source : sources) {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,8 +16,21 @@ namespace transmit::cli {
 // How the program waits: as long as was asked for, and until SIGINT or SIGTERM.
 WaitLimits wait_limits(const Common& common);
 
-// One attempt at a connection, for commands that ask and are done.
-RetryingConnection connect_once(const Common& common, const Endpoint& endpoint);
+// One attempt at a connection, for commands that ask and are done; with a time, attempts until
+// then, also at a server that isn't up yet.
+RetryingConnection connect_once(const Common& common, const Endpoint& endpoint,
+                                std::optional<std::chrono::seconds> retry_for = {});
+
+// Complains of what ended a command, or its work at one path, on standard error; with --json also
+// as an object on standard output. Gives the exit code.
+ExitCode report_failure(const Common& common, const std::string& path, const Error& error,
+                        ExitCode missing = ExitCode::file_not_found);
+
+// The same of a command line that can't be run as it is.
+ExitCode report_usage(const Common& common, const Error& error);
+
+// Asks the server for the number of the storage whose name --storage told.
+Result<std::uint32_t> find_storage(const Common& common, const std::string& name);
 
 // What a command does at one place of the server.
 using TargetAction = std::function<Result<void>(RetryingConnection&, const RemotePath&)>;

@@ -5,7 +5,6 @@
 #include "client/cli/commands.h"
 #include "client/cli/json.h"
 #include "client/cli/server.h"
-#include "client/cli/terminal.h"
 #include "client/cli/text.h"
 #include "client/link_test.h"
 
@@ -59,8 +58,7 @@ ExitCode speedtest(const Common& common, std::chrono::seconds duration) {
         return measure(connection, common, duration);
     });
     if (!done) {
-        complain("", done.error());
-        return exit_code(done.error());
+        return report_failure(common, "", done.error());
     }
     return ExitCode::done;
 }

@@ -3,7 +3,6 @@
 #include "client/cli/commands.h"
 #include "client/cli/json.h"
 #include "client/cli/server.h"
-#include "client/cli/terminal.h"
 #include "client/cli/text.h"
 #include "client/listing.h"
 
@@ -23,8 +22,7 @@ Result<std::vector<Storage>> fetch_storages(const Common& common) {
 ExitCode storages(const Common& common) {
     const auto list = fetch_storages(common);
     if (!list) {
-        complain("", list.error());
-        return exit_code(list.error());
+        return report_failure(common, "", list.error());
     }
     for (const Storage& storage : *list) {
         if (common.json) {

@@ -24,10 +24,29 @@ bool is_digits(std::string_view text) {
                                         [](char byte) { return byte >= '0' && byte <= '9'; });
 }
 
+// An IPv6 address in brackets, with or without a port.
+Result<Endpoint> parse_address(std::string_view text, Endpoint endpoint) {
+    const auto end = text.find(']');
+    const auto behind = end == std::string_view::npos ? "x" : text.substr(end + 1);
+    endpoint.host = text.substr(1, end - 1);
+    if (!behind.empty()) {
+        endpoint.port =
+            behind.starts_with(':') ? number<std::uint16_t>(behind.substr(1)).value_or(0) : 0;
+    }
+    if (endpoint.port == 0 ||
+        endpoint.host.find_first_not_of("0123456789abcdefABCDEF:.") != std::string::npos) {
+        return unusable(text, "an IPv6 address is written [ADDRESS][:PORT]");
+    }
+    return endpoint;
+}
+
 }  // namespace
 
 Result<Endpoint> parse_endpoint(std::string_view text, const Endpoint& defaults) {
     Endpoint endpoint = defaults;
+    if (text.starts_with('[')) {
+        return parse_address(text, std::move(endpoint));
+    }
     const auto colon = text.rfind(':');
     if (const auto host = text.substr(0, colon); !host.empty()) {
         endpoint.host = host;

@@ -12,14 +12,15 @@
 namespace transmit::cli {
 namespace {
 
-std::string_view next_step(const Error& error) {
+std::string_view next_step(const Error& error, Resumes resumes) {
     switch (error.kind) {
         case ErrorKind::no_connection:
             return "See that the server runs and that its name and port are right.";
         case ErrorKind::connection_lost:
         case ErrorKind::time_limit:
         case ErrorKind::cancelled:
-            return "The same command goes on where this one stopped.";
+            return resumes == Resumes::yes ? "The same command goes on where this one stopped."
+                                           : "";
         case ErrorKind::refused:
             return status_text(error.status).next_step;
         case ErrorKind::bad_answer:
@@ -63,10 +64,10 @@ bool asked(const std::string& question) {
     return answer.starts_with('y') || answer.starts_with('Y');
 }
 
-std::string complaint(std::string_view subject, const Error& error) {
+std::string complaint(std::string_view subject, const Error& error, Resumes resumes) {
     const bool named = subject.empty() || error.text.starts_with(subject);
     std::string text = (named ? "" : std::string(subject) + ": ") + error.text;
-    if (const auto step = next_step(error); !step.empty()) {
+    if (const auto step = next_step(error, resumes); !step.empty()) {
         text.append(". ").append(step);
     }
     return "transmit: " + shown(text);

@@ -19,8 +19,11 @@ bool can_ask();
 // Asks on standard error; true for an answer that begins with y or Y.
 bool asked(const std::string& question);
 
+// Whether the same command goes on where it stopped, as transfers do.
+enum class Resumes { no, yes };
+
 // "transmit: SUBJECT: what went wrong. What to do." as one line without its end.
-std::string complaint(std::string_view subject, const Error& error);
+std::string complaint(std::string_view subject, const Error& error, Resumes resumes = Resumes::no);
 // The same on standard error.
 void complain(std::string_view subject, const Error& error);
 void complain(std::string_view text);

@@ -10,47 +10,20 @@
 #include <iomanip>
 #include <sstream>
 
+#include "client/detail/utf8.h"
+
 namespace transmit::cli {
 namespace {
 
-// One character at a text's start: its code point and its bytes. Bytes that are no UTF-8 are
-// characters by themselves, without a code point.
-struct Character {
-    std::optional<char32_t> code;
-    std::size_t size = 1;
-};
-
-bool is_continuation(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
-
-// RFC 3629: a start byte tells the length; neither overlong forms nor surrogates are allowed.
-Character first_character(std::string_view text) {
-    static constexpr std::array<char32_t, 5> least{0, 0, 0x80, 0x800, 0x10000};
-    const auto start = static_cast<unsigned char>(text.front());
-    if (start < 0x80) {
-        return {start, 1};
-    }
-    const std::size_t size = start >= 0xF0 ? 4 : start >= 0xE0 ? 3 : 2;
-    if (start < 0xC2 || start > 0xF4 || text.size() < size) {
-        return {};
-    }
-    char32_t code = start & (0x7FU >> size);
-    for (const char byte : text.substr(1, size - 1)) {
-        if (!is_continuation(byte)) {
-            return {};
-        }
-        code = code << 6 | (static_cast<unsigned char>(byte) & 0x3FU);
-    }
-    const bool valid = code >= least[size] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
-    return valid ? Character{code, size} : Character{};
-}
+using detail::Character;
+using detail::first_character;
 
 // Beside the C0 and C1 control characters, those that turn the direction of what follows or break
 // the line (Unicode 15, table 23-3 and section 23.2).
 bool steers(char32_t code) {
-    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x200E || code == 0x200F ||
-           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x061C || code == 0x200E ||
+           code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
+           (code >= 0x2066 && code <= 0x2069);
 }
 
 std::string escaped(std::string_view bytes) {
@@ -94,6 +67,25 @@ std::string shown(std::string_view text) {
         const auto bytes = text.substr(0, next.size);
         result += !next.code || steers(*next.code) ? escaped(bytes) : std::string(bytes);
         text.remove_prefix(next.size);
+    }
+    return result;
+}
+
+// All of these characters are in the first 65536, which take one escape each (RFC 8259, section 7).
+std::string shown_json(std::string_view json) {
+    constexpr auto digits = "0123456789abcdef";
+    std::string result;
+    while (!json.empty()) {
+        const Character next = first_character(json);
+        if (next.code && steers(*next.code)) {
+            result += "\\u";
+            for (const int shift : {12, 8, 4, 0}) {
+                result += digits[*next.code >> shift & 0xF];
+            }
+        } else {
+            result += json.substr(0, next.size);
+        }
+        json.remove_prefix(next.size);
     }
     return result;
 }

@@ -15,6 +15,9 @@ namespace transmit::cli {
 // bytes that are no UTF-8) as \xHH.
 std::string shown(std::string_view text);
 
+// A JSON text without line breaks, with those characters as \uXXXX.
+std::string shown_json(std::string_view json);
+
 // "512 B", "4.0 KiB", "1.5 GiB".
 std::string shown_size(double bytes);
 // Local date and time of seconds since 1970-01-01 UTC.

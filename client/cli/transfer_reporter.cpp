@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "client/batch.h"
+#include "client/cli/exit_code.h"
 #include "client/cli/json.h"
 #include "client/cli/progress_view.h"
 #include "client/cli/terminal.h"
@@ -18,6 +19,7 @@ Json object(const char* event, const TransferNames& names) {
 
 Json with_error(Json object, const Error& error) {
     object["error"] = error.text;
+    object["code"] = static_cast<int>(exit_code(error));
     if (error.kind == ErrorKind::refused) {
         object["status"] = error.status;
     }
@@ -64,6 +66,9 @@ void TransferReporter::stalled(std::size_t file) {
 
 void TransferReporter::retrying(std::size_t file, const Error& reason,
                                 std::chrono::milliseconds pause, std::chrono::milliseconds left) {
+    if (file >= names_.size()) {
+        return;  // a batch without files waits for its server
+    }
     std::string text;
     display_.update([&](BatchProgress& progress, Clock::time_point now) {
         const Hindrance hindrance{reason.text, {}, now + pause, now + left};
@@ -122,7 +127,10 @@ void TransferReporter::failed(std::size_t file, const Error& error) {
     if (common_.json) {
         print_line(with_error(object("failed", names_[file]), error));
     }
-    display_.say(complaint(names_[file].source, error));
+    const TransferNames& names = names_[file];
+    const bool names_both = error.kind == ErrorKind::refused && names.source != names.target;
+    display_.say(complaint(names_both ? names.source + " -> " + names.target : names.source, error,
+                           Resumes::yes));
 }
 
 void TransferReporter::say(std::size_t file, const std::string& text) {

@@ -42,7 +42,10 @@ std::vector<TransferNames> names_of(const TransferPlan& plan) {
 
 Server server_of(const Common& common, const TransferCommand& command, const Endpoint& endpoint) {
     Server server{endpoint, wait_limits(common), {}};
-    server.retry.time_limit = command.retry_for;
+    if (command.retry_for) {
+        server.retry.time_limit = *command.retry_for;
+        server.retry.await_server = true;
+    }
     return server;
 }
 
@@ -50,11 +53,13 @@ TransferOptions options_of(const TransferCommand& command) {
     TransferOptions options;
     options.encrypted = command.encrypted;
     options.in_place = command.in_place;
+    options.follow_links = command.follow_links;
     options.always = command.always;
+    options.checksum = command.checksum;
+    options.server_suffix = command.server_suffix;
     options.check = command.check_all ? ResumeCheck::all : ResumeCheck::tail;
     options.verify = command.verify;
     options.dry_run = command.dry_run;
-    options.max_time = command.max_time;
     options.files_at_once = command.jobs;
     options.streams = command.streams;
     if (command.rate > 0) {
@@ -124,23 +129,51 @@ void tell_refusals(const Common& common, const TransferSummary& summary) {
     for (const Refusal& refusal : summary.refused) {
         complain(refusal.path, refusal.error);
         if (common.json) {
-            print_line(
-                {{"event", "failed"}, {"source", refusal.path}, {"error", refusal.error.text}});
+            print_line({{"event", "failed"},
+                        {"source", refusal.path},
+                        {"error", refusal.error.text},
+                        {"code", static_cast<int>(exit_code(refusal.error))}});
         }
     }
 }
 
+std::string how_it_ended(const TransferCommand& command) {
+    return ending_signal() != 0
+               ? "interrupted"
+               : "the time limit of " + std::to_string(command.max_time.count()) + " s is over";
+}
+
+void tell_how_to_go_on(const Common& common, const TransferCommand& command) {
+    complain(how_it_ended(command) +
+             "; what has come is kept. This goes on: " + shell_quoted(common.command_line));
+}
+
 // What stopped the whole has been told of its file already, if there was one, unless it was a wish.
-void tell_stop(const Common& common, const TransferSummary& summary) {
+void tell_stop(const Common& common, const TransferCommand& command,
+               const TransferSummary& summary) {
     if (summary.stopped->kind == ErrorKind::cancelled) {
-        complain("interrupted; what has come is kept. This goes on: " +
-                 shell_quoted(common.command_line));
+        tell_how_to_go_on(common, command);
     } else if (summary.failed.empty()) {
-        complain("", *summary.stopped);
+        report_failure(common, "", *summary.stopped);
     }
 }
 
 }  // namespace
+
+ExitCode report_stop(const Common& common, const TransferCommand& command, const std::string& path,
+                     const Error& error) {
+    if (error.kind != ErrorKind::cancelled) {
+        return report_failure(common, path, error);
+    }
+    tell_how_to_go_on(common, command);
+    if (common.json) {
+        print_line({{"event", "error"},
+                    {"code", static_cast<int>(exit_code(error))},
+                    {"path", path},
+                    {"error", how_it_ended(command)}});
+    }
+    return exit_code(error);
+}
 
 ExitCode run_transfer(const Common& common, const TransferCommand& command,
                       const TransferPlan& plan) {
@@ -160,7 +193,7 @@ ExitCode run_transfer(const Common& common, const TransferCommand& command,
         complain(summary_line(summary, plan, time));
     }
     if (summary.stopped) {
-        tell_stop(common, summary);
+        tell_stop(common, command, summary);
     }
     return code;
 }

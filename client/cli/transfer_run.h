@@ -43,6 +43,10 @@ void refuse_doubles(Batch& batch, PlaceOf place_of) {
     std::erase_if(batch.files, is_double);
 }
 
+// Tells what ended a transfer before its files, and how it goes on. Gives the exit code.
+ExitCode report_stop(const Common& common, const TransferCommand& command, const std::string& path,
+                     const Error& error);
+
 // Moves what is planned, shows how it goes and tells how it ended.
 ExitCode run_transfer(const Common& common, const TransferCommand& command,
                       const TransferPlan& plan);

@@ -15,6 +15,11 @@ bool ends_all(const Error& error) {
            error.kind == ErrorKind::time_limit;
 }
 
+// A server that isn't up yet is waited for, if the policy says so.
+Result<void> reach(Worker& worker) {
+    return worker.server.run([](Connection&) { return Result<void>(); });
+}
+
 }  // namespace
 
 // The batch's time limit ends every wait, as the caller's wish does.
@@ -36,7 +41,7 @@ BatchRun::BatchRun(Server server, std::size_t file_count, const TransferOptions&
 TransferSummary BatchRun::run(const Work& first, const Work& work, int usual) {
     std::deque<Worker> workers;
     workers.emplace_back(*this);
-    if (const auto reached = workers.front().server.connect(); !reached) {
+    if (const auto reached = reach(workers.front()); !reached) {
         summary_.stopped = outcome_of(reached.error());
         return std::move(summary_);
     }

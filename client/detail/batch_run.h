@@ -42,6 +42,8 @@ class BatchRun {
     // The limits of a connection that works on this file, whose stalls are told.
     WaitLimits limits_for(const std::size_t& file);
     const TransferOptions& options() const { return options_; }
+    // True once the caller, or the time limit, wants the batch to end.
+    bool cancelled() const { return server_.limits.cancelled(); }
     // Waits until so many bytes may be moved.
     Result<void> wait_for_turn(std::size_t size) const;
     // The most bytes to move after one such wait.

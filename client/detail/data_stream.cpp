@@ -27,6 +27,7 @@ DataStream::DataStream(Connection& connection, const BatchRun& run, std::int64_t
       run_(run),
       encrypted_(run.options().encrypted),
       capacity_(static_cast<std::size_t>(std::clamp(expected, smallest_buffer, largest_buffer))),
+      left_(expected),
       buffer_(std::make_unique_for_overwrite<std::uint8_t[]>(capacity_)) {
 }
 
@@ -91,6 +92,9 @@ Result<DataStream::Step> DataStream::take_plain() {
         return Step::starved;
     }
     const std::size_t size = std::min<std::size_t>(frame_left_, buffered());
+    if (auto counted = count(size); !counted) {
+        return counted.error();
+    }
     pieces_.push_back({buffer_.get() + begin_, size});
     begin_ += size;
     frame_left_ -= static_cast<std::uint32_t>(size);
@@ -108,9 +112,13 @@ Result<DataStream::Step> DataStream::take_cipher() {
                               frame_left_, plain_)) {
         return broken("a block of the server can't be deciphered");
     }
-    if (!plain_.empty()) {
-        pieces_.push_back({plain_.data(), plain_.size()});
+    if (plain_.empty()) {
+        return broken("the server sent an enciphered block of nothing");
     }
+    if (auto counted = count(plain_.size()); !counted) {
+        return counted.error();
+    }
+    pieces_.push_back({plain_.data(), plain_.size()});
     begin_ += frame_left_;
     frame_left_ = 0;
     return Step::done;
@@ -128,6 +136,15 @@ Result<void> DataStream::refill() {
     }
     end_ += *received;
     return run_.wait_for_turn(*received);
+}
+
+Result<void> DataStream::count(std::size_t size) {
+    left_ -= static_cast<std::int64_t>(size);
+    if (left_ >= 0) {
+        return {};
+    }
+    connection_.close();
+    return Error{ErrorKind::file_changed, 0, "the source grew while it was fetched"};
 }
 
 Error DataStream::broken(const char* text) {

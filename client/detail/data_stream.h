@@ -22,12 +22,13 @@ namespace transmit::detail {
 // received.
 class DataStream {
   public:
-    // `connection` and `run` must outlive the stream. `expected` bytes of file data are to come; it
-    // bounds the memory, not the stream.
+    // `connection` and `run` must outlive the stream. At most `expected` bytes of file data may
+    // come.
     DataStream(Connection& connection, const BatchRun& run, std::int64_t expected);
 
     // The next pieces of the plain file, in order; they stay valid until the next call. No pieces:
-    // the stream has ended well. After an error of kind refused the connection is usable.
+    // the stream has ended well. More bytes than expected are file_changed. After an error of kind
+    // refused the connection is usable.
     Result<std::span<const iovec>> next();
 
   private:
@@ -39,6 +40,7 @@ class DataStream {
     Result<void> gather();
     Result<void> refill();
     Error broken(const char* text);
+    Result<void> count(std::size_t size);
 
     std::size_t buffered() const { return end_ - begin_; }
 
@@ -46,6 +48,7 @@ class DataStream {
     const BatchRun& run_;
     const bool encrypted_;
     std::size_t capacity_;
+    std::int64_t left_;  // bytes of the file that may still come
     std::unique_ptr<std::uint8_t[]> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;

@@ -1,16 +1,15 @@
 #include "client/detail/download_conversation.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 
 #include "client/detail/attempts.h"
 #include "client/detail/data_stream.h"
 #include "client/detail/remote_file.h"
 #include "client/detail/requests.h"
 #include "client/detail/wire.h"
+#include "client/status_text.h"
+#include "src/message/status.h"
 
 namespace transmit::detail {
 namespace {
@@ -39,8 +38,14 @@ std::vector<iovec> up_to(std::span<const iovec> pieces, std::int64_t room) {
 
 }  // namespace
 
-DownloadConversation::DownloadConversation(Worker& worker, const DownloadJob& job, int streams)
-    : worker_(worker), run_(worker.run), job_(job), streams_(streams), watch_(worker) {
+DownloadConversation::DownloadConversation(Worker& worker, DownloadTargets& targets,
+                                           const DownloadJob& job, int streams)
+    : worker_(worker),
+      run_(worker.run),
+      targets_(targets),
+      job_(job),
+      streams_(std::min<int>(streams, PartFile::most_segments)),
+      watch_(worker) {
 }
 
 Result<TransferReport> DownloadConversation::run() {
@@ -61,8 +66,15 @@ Result<TransferReport> DownloadConversation::attempt(Connection& connection) {
         return source.error();
     }
     source_ = *source;
-    if (!run_.options().always && is_there(source_)) {
-        return TransferReport{.size = source_.size, .already_there = true};
+    if (!part_ && !run_.options().always) {
+        const auto there = is_there(connection);
+        if (!there) {
+            return there.error();
+        }
+        if (*there) {
+            return TransferReport{
+                .size = source_.size, .already_there = true, .verified = run_.options().verify};
+        }
     }
     if (run_.options().dry_run) {
         return TransferReport{.size = source_.size};
@@ -83,18 +95,26 @@ Result<TransferReport> DownloadConversation::attempt(Connection& connection) {
 // If nothing is here, all of the file is wanted, whatever the answer tells of it.
 Result<FileStamp> DownloadConversation::prepare(Connection& connection) {
     const bool encrypted = run_.options().encrypted;
-    requested_ = !part_ && !run_.options().dry_run && !PartFile::is_begun(job_.local_path);
+    requested_ = !part_ && !run_.options().dry_run && !is_begun();
     return requested_ ? connection.download_file(job_.source, encrypted)
                       : connection.download_file_prepare(job_.source, encrypted);
+}
+
+// Whether something lies at the target, or a part of an earlier download.
+bool DownloadConversation::is_begun() const {
+    const auto target = targets_.find(job_);
+    return target && (stamp_of(*target) || PartFile::is_begun(*target));
 }
 
 // The part is opened only now, so that a path that doesn't exist leaves no trace here.
 Result<void> DownloadConversation::open_part() {
     if (!part_) {
-        std::error_code ignored;
-        std::filesystem::create_directories(std::filesystem::path(job_.local_path).parent_path(),
-                                            ignored);
-        auto opened = PartFile::open(job_.local_path);
+        auto target = targets_.make(job_);
+        if (!target) {
+            return target.error();
+        }
+        const auto is_reserved = targets_.reserved_beside(*target);
+        auto opened = PartFile::open(*std::move(target), job_.source, is_reserved);
         if (!opened) {
             return opened.error();
         }
@@ -214,7 +234,7 @@ Result<void> DownloadConversation::receive(Connection& connection, std::size_t i
     const auto end = [&] {
         return part_->segments()[index].end;
     };
-    DataStream stream(connection, run_, end() - start);
+    DataStream stream(connection, run_, source_.size - start);
     std::int64_t position = start;
     while (position < end() || end() == source_.size) {
         if (takes_long(position - start, Clock::now() - begun)) {
@@ -276,11 +296,6 @@ Result<void> DownloadConversation::take(std::size_t index, std::span<const iovec
                                         std::int64_t& position) {
     const Segment& segment = part_->segments()[index];
     const auto wanted = up_to(pieces, segment.end - position);
-    const bool grew = wanted.size() < pieces.size() ||
-                      (!wanted.empty() && wanted.back().iov_len < pieces.back().iov_len);
-    if (grew && segment.end == source_.size) {
-        return changed(job_.source.path, " grew while it was fetched");
-    }
     std::vector<iovec> fresh;
     for (iovec piece : wanted) {
         const std::int64_t known = std::clamp<std::int64_t>(
@@ -314,7 +329,8 @@ Result<void> DownloadConversation::compare(const iovec& piece, std::int64_t posi
         return read;
     }
     if (std::memcmp(stored.data(), piece.iov_base, stored.size()) != 0) {
-        return changed(job_.local_path, ".part differs from the source");
+        return changed("what an earlier attempt left of " + job_.local_path,
+                       " differs from the source");
     }
     return {};
 }
@@ -330,13 +346,13 @@ Result<TransferReport> DownloadConversation::conclude(Connection& connection) {
     }
     TransferReport report = watch_.report();
     if (run_.options().verify) {
-        const auto stored = part_->sha256();
+        const auto stored = part_->sha256([this] { return run_.cancelled(); });
         const auto wanted = stored ? remote_sha256(**open, run_, job_.source) : stored;
         if (!wanted) {
             return wanted.error();
         }
         if (*wanted != *stored) {
-            return changed(job_.local_path, ".part differs from the source, read again");
+            return changed(job_.source.path, " was another when it was read again");
         }
         report.verified = true;
     }
@@ -363,16 +379,44 @@ Result<void> DownloadConversation::source_is_unchanged(Connection& connection) c
     if (!ended || !source || !left) {
         return !ended ? ended.error() : !source ? source.error() : left.error();
     }
+    for (const std::uint16_t status :
+         {ended->record.status, source->record.status, left->record.status}) {
+        if (status != message::status_ok) {
+            return refusal(status);
+        }
+    }
     if (source->record.file_size != source_.size || source->record.file_time != source_.time) {
         return changed(job_.source.path, " changed while it was fetched");
     }
     return {};
 }
 
-bool DownloadConversation::is_there(const FileStamp& source) const {
-    struct stat status {};
-    return stat(job_.local_path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           FileStamp{status.st_size, status.st_mtim.tv_sec} == source;
+Result<bool> DownloadConversation::is_there(Connection& connection) const {
+    const auto& options = run_.options();
+    const auto target = targets_.find(job_);
+    const auto stamp = target ? stamp_of(*target) : std::nullopt;
+    if (!stamp || stamp->size != source_.size ||
+        (stamp->time != source_.time && !options.checksum)) {
+        return false;
+    }
+    if (!options.checksum && !options.verify && !may_still_change(source_.time)) {
+        return true;
+    }
+    const auto here = sha256_of(*target, source_.size, [this] { return run_.cancelled(); });
+    const auto there = here ? remote_sha256(connection, run_, job_.source) : here;
+    if (!there) {
+        return there.error();
+    }
+    if (*here == *there) {
+        return true;
+    }
+    // The comparison ended the download that was prepared.
+    const auto source = connection.download_file_prepare(job_.source, options.encrypted);
+    if (!source) {
+        return source.error();
+    }
+    return *source == source_ ? Result<bool>(false)
+                              : changed(job_.source.path, " changed while it was compared");
 }
 
 }  // namespace transmit::detail

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "client/detail/download_targets.h"
 #include "client/detail/file_watch.h"
 #include "client/detail/part_file.h"
 #include "client/error.h"
@@ -19,7 +20,8 @@ namespace transmit::detail {
 class DownloadConversation {
   public:
     // All must outlive the conversation.
-    DownloadConversation(Worker& worker, const DownloadJob& job, int streams);
+    DownloadConversation(Worker& worker, DownloadTargets& targets, const DownloadJob& job,
+                         int streams);
 
     Result<TransferReport> run();
 
@@ -28,6 +30,7 @@ class DownloadConversation {
 
     Result<TransferReport> attempt(Connection& connection);
     Result<FileStamp> prepare(Connection& connection);
+    bool is_begun() const;
     Result<void> open_part();
     std::deque<std::size_t> segments_to_fetch() const;
     Result<void> fetch_rest(Connection& connection);
@@ -46,10 +49,11 @@ class DownloadConversation {
     Result<TransferReport> conclude(Connection& connection);
     Result<void> source_is_unchanged(Connection& connection) const;
     Result<void> start_over(const Error& reason);
-    bool is_there(const FileStamp& source) const;
+    Result<bool> is_there(Connection& connection) const;
 
     Worker& worker_;
     const BatchRun& run_;
+    DownloadTargets& targets_;
     const DownloadJob& job_;
     const int streams_;
     FileWatch watch_;

@@ -6,51 +6,26 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
-#include <fstream>
 #include <iomanip>
+#include <optional>
 #include <sstream>
 #include <utility>
 
 #include "client/detail/local_error.h"
 #include "client/detail/sha256.h"
+#include "client/detail/work_name.h"
 
 namespace transmit::detail {
 namespace {
 
-constexpr const char* part_suffix = ".part";
-
-bool is_directory(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-// True while the path still leads to the open file: another process may have given it its name.
-bool leads_to(const std::string& path, const FileDescriptor& descriptor) {
-    struct stat by_path {};
-    struct stat by_descriptor {};
-    return stat(path.c_str(), &by_path) == 0 && fstat(descriptor.get(), &by_descriptor) == 0 &&
-           by_path.st_dev == by_descriptor.st_dev && by_path.st_ino == by_descriptor.st_ino;
-}
-
-Result<FileDescriptor> open_locked(const std::string& path) {
-    while (true) {
-        FileDescriptor descriptor(
-            open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666));
-        if (!descriptor.is_open()) {
-            return local_error(path, "opened");
-        }
-        if (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
-            return Error{ErrorKind::local_file, 0, path + " is being written by another download"};
-        }
-        if (leads_to(path, descriptor)) {
-            return descriptor;
-        }
-    }
-}
+constexpr std::string_view mark = "transmit unfinished download 1\n";
 
 // The lines of a part's memory have fixed widths, so that one is brought up to date in its place.
-constexpr std::size_t number_width = 20;
+constexpr int number_width = 20;
+// More than a memory has, however many its segments are.
+constexpr std::size_t longest_info = 8192;
 
 std::string line_of(std::initializer_list<std::int64_t> numbers) {
     std::ostringstream line;
@@ -59,10 +34,6 @@ std::string line_of(std::initializer_list<std::int64_t> numbers) {
     }
     line << '\n';
     return line.str();
-}
-
-std::string source_line(const FileStamp& source) {
-    return line_of({source.size, source.time});
 }
 
 std::string segment_line(const Segment& segment) {
@@ -79,7 +50,87 @@ bool cover(std::span<const Segment> segments, std::int64_t size) {
         }
         end = segment.end;
     }
-    return !segments.empty() && end == size;
+    return !segments.empty() && std::ssize(segments) <= PartFile::most_segments && end == size;
+}
+
+// Who may write to a file of this owner could replace it anyway: ourselves, and the folder's owner,
+// who is also shown as the owner of our files by file systems that know no owners.
+bool is_ours(const struct stat& status, int folder) {
+    struct stat of_folder {};
+    return S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+           (status.st_uid == geteuid() ||
+            (fstat(folder, &of_folder) == 0 && status.st_uid == of_folder.st_uid));
+}
+
+struct WorkFile {
+    FileDescriptor descriptor;
+    bool is_new = false;
+};
+
+// Nothing if the name is taken by something that isn't a work file of ours. Looks before it opens,
+// since opening may act on a device or wait for a pipe, and once more at what it opened.
+Result<std::optional<WorkFile>> open_work_file(int folder, const std::string& name) {
+    constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    FileDescriptor made(openat(folder, name.c_str(), flags | O_CREAT | O_EXCL, 0666));
+    if (made.is_open()) {
+        return std::optional(WorkFile{std::move(made), true});
+    }
+    if (errno != EEXIST) {
+        return local_error(name, "made");
+    }
+    struct stat status {};
+    if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !is_ours(status, folder)) {
+        return std::optional<WorkFile>();
+    }
+    FileDescriptor found(openat(folder, name.c_str(), flags));
+    if (!found.is_open() || fstat(found.get(), &status) != 0 || !is_ours(status, folder)) {
+        return std::optional<WorkFile>();
+    }
+    return std::optional(WorkFile{std::move(found), false});
+}
+
+// True while the name still leads to the open file: another process may have given it another one.
+bool leads_to(int folder, const std::string& name, const FileDescriptor& descriptor) {
+    struct stat by_name {};
+    struct stat by_descriptor {};
+    return fstatat(folder, name.c_str(), &by_name, AT_SYMLINK_NOFOLLOW) == 0 &&
+           fstat(descriptor.get(), &by_descriptor) == 0 && by_name.st_dev == by_descriptor.st_dev &&
+           by_name.st_ino == by_descriptor.st_ino;
+}
+
+std::int64_t inode_of(const FileDescriptor& descriptor) {
+    struct stat status {};
+    return fstat(descriptor.get(), &status) == 0 ? static_cast<std::int64_t>(status.st_ino) : -1;
+}
+
+// What a memory says, however long the file is.
+std::string info_text(const FileDescriptor& info) {
+    std::string text(longest_info, '\0');
+    const ssize_t size = pread(info.get(), text.data(), text.size(), 0);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    return text;
+}
+
+struct Memory {
+    std::string source;
+    std::int64_t inode = -1;
+    FileStamp stamp;
+    std::vector<Segment> segments;
+};
+
+std::optional<Memory> read_memory(const FileDescriptor& info) {
+    const std::string text = info_text(info);
+    if (!text.starts_with(mark)) {
+        return std::nullopt;
+    }
+    std::istringstream lines(text.substr(mark.size()));
+    Memory memory;
+    lines >> memory.source >> memory.inode >> memory.stamp.size >> memory.stamp.time;
+    for (Segment segment{}; lines >> segment.begin >> segment.position >> segment.end;) {
+        memory.segments.push_back(segment);
+    }
+    return memory;
 }
 
 // Some file systems report a failed write only when the file is closed. A second descriptor of the
@@ -104,92 +155,131 @@ bool write_all(int descriptor, const char* data, std::size_t size, std::int64_t 
 }
 
 // A time that the file system can't hold is no reason to withhold the file.
-Result<void> give_name(const FileDescriptor& descriptor, const std::string& part,
-                       const std::string& target, std::int64_t time) {
+void set_time(const FileDescriptor& descriptor, std::int64_t time) {
     const timespec times[2] = {{0, UTIME_NOW}, {time, 0}};
     futimens(descriptor.get(), times);
-    if (!closes_well(descriptor)) {
-        return local_error(part, "written");
-    }
-    if (std::rename(part.c_str(), target.c_str()) != 0) {
-        return local_error(part, "renamed to " + target);
-    }
-    return {};
+}
+
+// Gives an unnamed file a name that nothing has. False with EEXIST if something has it.
+bool link_to(const FileDescriptor& descriptor, int folder, const std::string& name) {
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor.get());
+    return linkat(AT_FDCWD, path.c_str(), folder, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+std::string described(const RemotePath& source) {
+    return Sha256::of(std::to_string(source.storage_id) + '/' + std::to_string(source.user_id) +
+                      '/' + source.path);
 }
 
 }  // namespace
 
-Result<PartFile> PartFile::open(const std::string& target) {
-    if (is_directory(target)) {
-        return local_error(target, "replaced", EISDIR);
+Result<PartFile> PartFile::open(LocalTarget target, const RemotePath& source,
+                                const IsReserved& is_reserved) {
+    if (auto replaceable = can_be_replaced(target); !replaceable) {
+        return replaceable.error();
     }
-    auto descriptor = open_locked(target + part_suffix);
-    if (!descriptor) {
-        return descriptor.error();
+    const int folder = target.folder->descriptor();
+    for (int round = 0; round < most_work_names; ++round) {
+        WorkNames names{work_name(target.name, part_ending, round),
+                        work_name(target.name, info_ending, round)};
+        if (is_reserved(names.part) || is_reserved(names.info)) {
+            continue;
+        }
+        auto part = open_part(target, names);
+        if (!part) {
+            return part.error();
+        }
+        if (!part->is_open()) {
+            continue;
+        }
+        FileDescriptor info(openat(folder, names.info.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+        return PartFile(std::move(target), described(source), std::move(names), *std::move(part),
+                        std::move(info));
     }
-    return PartFile(*std::move(descriptor), target);
+    return Error{ErrorKind::local_file, 0,
+                 "no work file can be made for " + target.path +
+                     ": other files have the names .transmit-*.part"};
 }
 
-bool PartFile::is_begun(const std::string& target) {
-    return access(target.c_str(), F_OK) == 0 || access((target + part_suffix).c_str(), F_OK) == 0;
+bool PartFile::is_begun(const LocalTarget& target) {
+    const std::string name = work_name(target.name, part_ending);
+    return faccessat(target.folder->descriptor(), name.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-PartFile::PartFile(FileDescriptor descriptor, std::string target)
-    : descriptor_(std::move(descriptor)),
-      target_(std::move(target)),
-      part_(target_ + part_suffix),
-      info_(target_ + ".part.info") {
+// Both work files, the part locked; no descriptor if one of them is somebody else's.
+Result<FileDescriptor> PartFile::open_part(const LocalTarget& target, const WorkNames& names) {
+    const int folder = target.folder->descriptor();
+    auto part = open_work_file(folder, names.part);
+    if (!part) {
+        return part.error();
+    }
+    if (!*part) {
+        return FileDescriptor();
+    }
+    if (flock((*part)->descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+        return Error{ErrorKind::local_file, 0, target.path + " is being fetched already"};
+    }
+    if (!leads_to(folder, names.part, (*part)->descriptor)) {
+        return open_part(target, names);
+    }
+    auto info = open_work_file(folder, names.info);
+    const auto memory = info && *info ? read_memory((*info)->descriptor) : std::nullopt;
+    const bool info_is_free = info && *info && ((*info)->is_new || memory);
+    const bool is_ours =
+        (*part)->is_new ? info_is_free : memory && memory->inode == inode_of((*part)->descriptor);
+    if (is_ours) {
+        return std::move((*part)->descriptor);
+    }
+    if ((*part)->is_new) {
+        unlinkat(folder, names.part.c_str(), 0);
+    }
+    if (info && *info && (*info)->is_new) {
+        unlinkat(folder, names.info.c_str(), 0);
+    }
+    return FileDescriptor();
 }
 
-Result<void> PartFile::prepare(const FileStamp& source) {
-    if (!segments_.empty() && source == source_) {
+PartFile::PartFile(LocalTarget target, std::string source, WorkNames names,
+                   FileDescriptor descriptor, FileDescriptor info)
+    : target_(std::move(target)),
+      source_(std::move(source)),
+      names_(std::move(names)),
+      descriptor_(std::move(descriptor)),
+      info_(std::move(info)) {
+}
+
+Result<void> PartFile::prepare(const FileStamp& stamp) {
+    if ((!segments_.empty() && stamp == stamp_) || recall(stamp)) {
         return {};
     }
-    if (recall(source)) {
-        source_ = source;
-        return {};
-    }
-    return begin(source);
+    return begin(stamp);
 }
 
 // The file may be shorter than its memory says, after a crash of the system or by another's hand.
-bool PartFile::recall(const FileStamp& source) {
-    std::ifstream file(info_, std::ios::binary);
-    FileStamp remembered;
-    file >> remembered.size >> remembered.time;
+bool PartFile::recall(const FileStamp& stamp) {
+    auto memory = read_memory(info_);
     struct stat status {};
-    if (!file || remembered != source || fstat(descriptor_.get(), &status) != 0) {
+    if (!memory || memory->source != source_ || memory->stamp != stamp ||
+        !cover(memory->segments, stamp.size) || fstat(descriptor_.get(), &status) != 0) {
         return false;
     }
-    std::vector<Segment> segments;
-    for (Segment segment{}; file >> segment.begin >> segment.position >> segment.end;) {
-        segments.push_back(segment);
-    }
-    if (!cover(segments, source.size)) {
-        return false;
-    }
-    for (Segment& segment : segments) {
+    for (Segment& segment : memory->segments) {
         segment.position =
             std::clamp<std::int64_t>(status.st_size, segment.begin, segment.position);
     }
-    info_descriptor_ = FileDescriptor(::open(info_.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!info_descriptor_.is_open()) {
-        return false;
-    }
-    segments_ = std::move(segments);
+    stamp_ = stamp;
+    segments_ = std::move(memory->segments);
     return true;
 }
 
 // The part is emptied before its memory changes: at no moment do bytes of one version stand beside
 // the memory of another.
-Result<void> PartFile::begin(const FileStamp& source) {
-    if (ftruncate(descriptor_.get(), 0) != 0) {
-        return local_error(part_, "written");
+Result<void> PartFile::begin(const FileStamp& stamp) {
+    if (ftruncate(descriptor_.get(), 0) != 0 || ftruncate(info_.get(), 0) != 0) {
+        return failed("emptied", errno);
     }
-    source_ = source;
-    segments_ = {{0, 0, source.size}};
-    info_descriptor_ = FileDescriptor(
-        ::open(info_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666));
+    stamp_ = stamp;
+    segments_ = {{0, 0, stamp.size}};
     return remember();
 }
 
@@ -212,9 +302,14 @@ std::int64_t PartFile::stored() const {
     return size;
 }
 
+std::string PartFile::head() const {
+    return std::string(mark) + source_ + '\n' +
+           line_of({inode_of(descriptor_), stamp_.size, stamp_.time});
+}
+
 // With one write: whenever the process ends, the memory is whole.
 Result<void> PartFile::remember() const {
-    std::string text = source_line(source_);
+    std::string text = head();
     for (const Segment& segment : segments_) {
         text += segment_line(segment);
     }
@@ -222,14 +317,15 @@ Result<void> PartFile::remember() const {
 }
 
 Result<void> PartFile::remember(std::size_t segment) const {
+    static const std::size_t head_size = head().size();
     const std::string line = segment_line(segments_[segment]);
-    return write_info(line, source_line(source_).size() + segment * line.size());
+    return write_info(line, head_size + segment * line.size());
 }
 
 Result<void> PartFile::write_info(std::string_view text, std::size_t offset) const {
-    if (!info_descriptor_.is_open() || !write_all(info_descriptor_.get(), text.data(), text.size(),
-                                                  static_cast<std::int64_t>(offset))) {
-        return local_error(info_, "written");
+    if (!info_.is_open() ||
+        !write_all(info_.get(), text.data(), text.size(), static_cast<std::int64_t>(offset))) {
+        return failed("written", errno);
     }
     return {};
 }
@@ -239,7 +335,7 @@ Result<void> PartFile::append(std::size_t index, std::span<const iovec> pieces) 
     const ssize_t written = pwritev(descriptor_.get(), pieces.data(),
                                     static_cast<int>(pieces.size()), segment.position);
     if (written < 0 && errno != EINTR) {
-        return local_error(part_, "written");
+        return failed("written", errno);
     }
     // A short write is rare (a full disk, a signal): the rest goes piece by piece.
     auto done = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
@@ -249,7 +345,7 @@ Result<void> PartFile::append(std::size_t index, std::span<const iovec> pieces) 
         if (!write_all(descriptor_.get(), static_cast<const char*>(piece.iov_base) + skipped,
                        piece.iov_len - skipped,
                        segment.position + static_cast<std::int64_t>(skipped))) {
-            return local_error(part_, "written");
+            return failed("written", errno);
         }
         segment.position += static_cast<std::int64_t>(piece.iov_len);
     }
@@ -261,7 +357,7 @@ Result<void> PartFile::read(void* data, std::size_t size, std::int64_t offset) c
     while (size > 0) {
         const ssize_t count = pread(descriptor_.get(), place, size, offset);
         if (count == 0 || (count < 0 && errno != EINTR)) {
-            return local_error(part_, "read", count == 0 ? EIO : errno);
+            return failed("read", count == 0 ? EIO : errno);
         }
         const ssize_t step = std::max<ssize_t>(count, 0);
         place += step;
@@ -271,54 +367,71 @@ Result<void> PartFile::read(void* data, std::size_t size, std::int64_t offset) c
     return {};
 }
 
-Result<std::string> PartFile::sha256() const {
-    Sha256 hash;
-    std::vector<char> piece(256UL * 1024);
-    for (std::int64_t offset = 0; offset < source_.size;) {
-        const auto size = static_cast<std::size_t>(
-            std::min<std::int64_t>(std::ssize(piece), source_.size - offset));
-        if (auto got = read(piece.data(), size, offset); !got) {
-            return got.error();
-        }
-        hash.add(piece.data(), size);
-        offset += static_cast<std::int64_t>(size);
-    }
-    return hash.digest();
+Result<std::string> PartFile::sha256(const std::function<bool()>& cancelled) const {
+    return sha256_of(
+        stamp_.size,
+        [this](void* data, std::size_t size, std::int64_t offset) {
+            return read(data, size, offset);
+        },
+        cancelled);
 }
 
 Result<void> PartFile::forget() {
-    return begin(source_);
+    return begin(stamp_);
 }
 
+// What came to the name meanwhile, by another's hand, is nothing to give the target's name.
 Result<void> PartFile::complete() {
-    if (ftruncate(descriptor_.get(), source_.size) != 0) {
-        return local_error(part_, "written");
+    const int folder = target_.folder->descriptor();
+    if (auto replaceable = can_be_replaced(target_); !replaceable) {
+        return replaceable;
     }
-    if (auto named = give_name(descriptor_, part_, target_, source_.time); !named) {
-        return named;
+    if (ftruncate(descriptor_.get(), stamp_.size) != 0) {
+        return failed("written", errno);
     }
-    unlink(info_.c_str());
+    set_time(descriptor_, stamp_.time);
+    if (!closes_well(descriptor_)) {
+        return failed("written", errno);
+    }
+    if (!leads_to(folder, names_.part, descriptor_)) {
+        return failed("named", ENOENT);
+    }
+    if (renameat(folder, names_.part.c_str(), folder, target_.name.c_str()) != 0) {
+        return local_error(target_.path, "replaced");
+    }
+    unlinkat(folder, names_.info.c_str(), 0);
     return {};
 }
 
-Result<bool> write_at_once(const std::string& target, std::int64_t time, std::string_view bytes) {
-    const std::string part = target + part_suffix;
-    const FileDescriptor descriptor(
-        open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666));
+Error PartFile::failed(const char* what, int error) const {
+    return local_error("the work file " + names_.part + " of " + target_.path, what, error);
+}
+
+// An unnamed file takes the target's name at once if nothing has it; what is there is replaced by
+// way of a work name.
+Result<bool> write_at_once(const LocalTarget& target, std::int64_t time, std::string_view bytes,
+                           const IsReserved& is_reserved) {
+    const int folder = target.folder->descriptor();
+    const FileDescriptor descriptor(openat(folder, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666));
     if (!descriptor.is_open()) {
-        return errno == EEXIST ? Result<bool>(false) : local_error(part, "opened");
-    }
-    if (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
         return false;
     }
     if (!write_all(descriptor.get(), bytes.data(), bytes.size(), 0)) {
-        const Error error = local_error(part, "written");
-        unlink(part.c_str());
-        return error;
+        return local_error(target.path, "written");
     }
-    if (auto named = give_name(descriptor, part, target, time); !named) {
-        unlink(part.c_str());
-        return named.error();
+    set_time(descriptor, time);
+    if (link_to(descriptor, folder, target.name)) {
+        return true;
+    }
+    const std::string name = work_name(target.name, part_ending);
+    if (errno != EEXIST || is_reserved(name) || !can_be_replaced(target) ||
+        !link_to(descriptor, folder, name)) {
+        return false;
+    }
+    if (renameat(folder, name.c_str(), folder, target.name.c_str()) != 0) {
+        const Error error = local_error(target.path, "replaced");
+        unlinkat(folder, name.c_str(), 0);
+        return error;
     }
     return true;
 }

@@ -1,10 +1,9 @@
 #include "client/detail/remote_folders.h"
 
-#include <libxml/xmlstring.h>
-
 #include <algorithm>
 #include <cctype>
 
+#include "client/detail/utf8.h"
 #include "src/message/status.h"
 
 namespace transmit::detail {
@@ -16,9 +15,8 @@ SplitPath split(std::string_view path) {
 }
 
 bool is_told_by_listings(std::string_view name) {
-    const std::string text(name);
     return std::ranges::none_of(name, [](char byte) { return byte >= 0 && byte < ' '; }) &&
-           xmlCheckUTF8(reinterpret_cast<const unsigned char*>(text.c_str())) != 0;
+           is_utf8(name);
 }
 
 FolderContent::FolderContent(std::vector<Entry> entries) : entries_(std::move(entries)) {

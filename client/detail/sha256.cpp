@@ -2,8 +2,10 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
 #include <new>
+#include <vector>
 
 namespace transmit::detail {
 
@@ -41,6 +43,24 @@ std::string Sha256::digest() {
 std::string Sha256::of(std::string_view bytes) {
     Sha256 hash;
     hash.add(bytes.data(), bytes.size());
+    return hash.digest();
+}
+
+Result<std::string> sha256_of(std::int64_t size, const ReadAt& read,
+                              const std::function<bool()>& cancelled) {
+    Sha256 hash;
+    std::vector<char> piece(256UL * 1024);
+    for (std::int64_t offset = 0; offset < size;) {
+        if (cancelled && cancelled()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
+        const std::int64_t step = std::min<std::int64_t>(std::ssize(piece), size - offset);
+        if (auto got = read(piece.data(), static_cast<std::size_t>(step), offset); !got) {
+            return got.error();
+        }
+        hash.add(piece.data(), static_cast<std::size_t>(step));
+        offset += step;
+    }
     return hash.digest();
 }
 

@@ -46,7 +46,7 @@ Result<void> SinkDownload::fetch(Connection& connection) {
         if (pieces->empty()) {
             break;
         }
-        if (auto taken = job_.sink(*pieces); !taken) {
+        if (auto taken = job_.sink(*pieces, [this] { return worker_.run.cancelled(); }); !taken) {
             return taken;
         }
         for (const iovec& piece : *pieces) {

@@ -1,7 +1,5 @@
 #include "client/detail/small_downloads.h"
 
-#include <sys/stat.h>
-
 #include "aes_ecb/aes_ecb.h"
 #include "client/detail/part_file.h"
 #include "client/detail/requests.h"
@@ -13,6 +11,8 @@ namespace transmit::detail {
 namespace {
 
 constexpr auto payload_key = message::make_payload_key();
+// What PKCS#7 adds to a block at most (RFC 5652, section 6.3).
+constexpr std::uint32_t longest_padding = 16;
 
 Result<void> speed_is_set(Wire& wire) {
     const auto answer = wire.receive_response<message::SetTransmitSpeed>();
@@ -38,10 +38,10 @@ void SmallDownloads::send(Connection& connection, const std::vector<std::size_t>
     }
 }
 
-bool SmallDownloads::is_there(std::size_t file) const {
-    struct stat status {};
-    return stat(jobs_[file].local_path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           FileStamp{status.st_size, status.st_mtim.tv_sec} == *jobs_[file].stamp;
+bool SmallDownloads::is_there(std::size_t file) {
+    const auto target = targets_.find(jobs_[file]);
+    return target && stamp_of(*target) == *jobs_[file].stamp &&
+           !may_still_change(jobs_[file].stamp->time);
 }
 
 void SmallDownloads::ask(Connection& connection, const Run& run) {
@@ -82,43 +82,60 @@ Result<bool> SmallDownloads::receive(Connection& connection, const DownloadJob& 
     if (!prepared) {
         return prepared.error();
     }
-    if (auto received = receive_data(connection); !received) {
-        return received.error();
+    const auto complete = receive_data(connection, job.stamp->size);
+    if (!complete) {
+        return complete.error();
     }
-    if (const auto ended = wire.receive_response<message::DownloadFileFinish>(); !ended) {
+    const auto ended = wire.receive_response<message::DownloadFileFinish>();
+    if (!ended) {
         return ended.error();
     }
     if (auto turn = worker_.run.wait_for_turn(data_.size()); !turn) {
         return turn.error();
     }
     const FileStamp stamp{prepared->record.file_size, prepared->record.file_time};
-    if (prepared->record.status != message::status_ok || stamp != *job.stamp ||
-        static_cast<std::int64_t>(data_.size()) != stamp.size) {
+    if (prepared->record.status != message::status_ok || stamp != *job.stamp || !*complete ||
+        ended->record.status != message::status_ok) {
         return false;
     }
-    auto written = write_at_once(job.local_path, stamp.time, data_);
+    const auto target = targets_.make(job);
+    if (!target) {
+        return false;
+    }
+    auto written = write_at_once(*target, stamp.time, data_, targets_.reserved_beside(*target));
     return written ? written : Result<bool>(false);
 }
 
-// All blocks of a file. What is cut short or fails shows by its size.
-Result<void> SmallDownloads::receive_data(Connection& connection) {
+// All blocks of a file; true if they are `size` bytes and all is well. More than that, or a block
+// of nothing, ends the connection.
+Result<bool> SmallDownloads::receive_data(Connection& connection, std::int64_t size) {
     data_.clear();
     ByteArray plain;
+    const bool encrypted = worker_.run.options().encrypted;
     while (true) {
-        const auto block = connection.wire().receive_response<message::DownloadFileData>();
+        const auto left = static_cast<std::uint32_t>(size - std::ssize(data_));
+        const auto block = connection.wire().receive_response<message::DownloadFileData>(
+            left + (encrypted ? longest_padding : 0));
         if (!block) {
             return block.error();
         }
         if (block->tail.empty()) {
-            return {};
+            return block->record.status == message::status_ok && left == 0;
         }
-        if (!worker_.run.options().encrypted) {
-            data_ += block->tail;
-        } else if (aes_ecb_decrypt_data(payload_key.data(), payload_key.size(),
-                                        reinterpret_cast<const std::uint8_t*>(block->tail.data()),
-                                        block->tail.size(), plain)) {
-            data_.append(reinterpret_cast<const char*>(plain.data()), plain.size());
+        std::string_view bytes = block->tail;
+        if (encrypted) {
+            if (!aes_ecb_decrypt_data(payload_key.data(), payload_key.size(),
+                                      reinterpret_cast<const std::uint8_t*>(bytes.data()),
+                                      bytes.size(), plain)) {
+                plain.clear();
+            }
+            bytes = {reinterpret_cast<const char*>(plain.data()), plain.size()};
         }
+        if (block->record.status != message::status_ok || bytes.empty() || bytes.size() > left) {
+            connection.close();
+            return Error{ErrorKind::bad_answer, 0, "the server sent a block that is none"};
+        }
+        data_ += bytes;
     }
 }
 

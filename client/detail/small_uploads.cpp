@@ -13,6 +13,10 @@ namespace {
 constexpr std::size_t write_size = 1UL << 20;
 // What the server adds to the name of a file that proved longer than announced.
 constexpr std::string_view overflow_suffix = ".overflow";
+// Blocks of the largest small file, each of which a server may answer.
+constexpr int most_answers = most_blocks;
+// In place of a success that what came before it gives the lie.
+constexpr std::uint16_t no_success = 0xFFFF;
 
 }  // namespace
 
@@ -45,11 +49,13 @@ std::optional<SmallUploads::Staged> SmallUploads::stage(Connection& connection, 
     const auto name = split(job.target.path).name;
     const FileStamp stamp = source->stamp();
     const Entry* const there = (*content)->find(name);
-    if (plan_upload(there, stamp, false, false) == UploadWay::none) {
+    if (plan_upload(there, stamp, false, false) == UploadWay::none &&
+        !may_still_change(stamp.time)) {
         worker_.run.ended(file, TransferReport{.size = stamp.size, .already_there = true});
         return std::nullopt;
     }
-    if (there || (*content)->has_longer(name, stamp.size)) {
+    if (there || (*content)->has_longer(name, stamp.size) ||
+        names_.endangers(job.target.path, **content)) {
         leave(file);
         return std::nullopt;
     }
@@ -110,24 +116,33 @@ void SmallUploads::conclude(Connection& connection, const Run& run) {
     }
 }
 
-// That of the finish. Blocks of an upload that didn't begin are each answered.
+// That of the finish, or what came before it and isn't as it is for a file that begins and goes
+// well. Blocks of an upload that didn't begin are each answered.
 Result<std::uint16_t> SmallUploads::receive_outcome(Connection& connection) {
     Wire& wire = connection.wire();
     const auto prepared = wire.receive_response<message::UploadFilePrepare>();
     if (!prepared) {
         return prepared.error();
     }
+    const bool begun =
+        prepared->record.status == message::status_file_incomplete && prepared->record.offset == 0;
+    bool all_well = begun;
     message::PlainResponse answer{};
-    do {
+    // Of a small file there are few blocks.
+    for (int answers = 0; answers <= most_answers; ++answers) {
         if (auto received = wire.receive(&answer, sizeof answer); !received) {
             return received.error();
         }
         message::to_host_order(answer);
-    } while (answer.type == message::UploadFileData::response_type);
+        if (answer.type != message::UploadFileData::response_type) {
+            break;
+        }
+        all_well = false;
+    }
     if (answer.type != message::UploadFileFinish::response_type) {
         return wire.wrong_type(message::UploadFileFinish::response_type, answer.type);
     }
-    return answer.status;
+    return answer.status == message::status_ok && !all_well ? no_success : answer.status;
 }
 
 // A file that was sent behind the beginning of another client's, which had come after the listing,

@@ -10,6 +10,7 @@
 #include "client/detail/remote_folders.h"
 #include "client/detail/small_files.h"
 #include "client/detail/source_file.h"
+#include "client/detail/upload_names.h"
 #include "client/detail/upload_sender.h"
 
 namespace transmit::detail {
@@ -18,9 +19,13 @@ namespace transmit::detail {
 class SmallUploads : public SmallFiles {
   public:
     // All must outlive the object.
-    SmallUploads(Worker& worker, RemoteFolders& folders, UploadSender& sender,
-                 const std::vector<UploadJob>& jobs)
-        : SmallFiles(worker, most_under_way), folders_(folders), sender_(sender), jobs_(jobs) {}
+    SmallUploads(Worker& worker, RemoteFolders& folders, const UploadNames& names,
+                 UploadSender& sender, const std::vector<UploadJob>& jobs)
+        : SmallFiles(worker, most_under_way),
+          folders_(folders),
+          names_(names),
+          sender_(sender),
+          jobs_(jobs) {}
 
   private:
     // Two connections with so much under way hide the time that answers take.
@@ -41,6 +46,7 @@ class SmallUploads : public SmallFiles {
     static Result<std::uint16_t> receive_outcome(Connection& connection);
 
     RemoteFolders& folders_;
+    const UploadNames& names_;
     UploadSender& sender_;
     const std::vector<UploadJob>& jobs_;
     std::vector<RemotePath> overflown_;

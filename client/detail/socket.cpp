@@ -1,5 +1,6 @@
 #include "client/detail/socket.h"
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
@@ -7,6 +8,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <memory>
 #include <string>
@@ -21,6 +24,8 @@ using std::chrono::milliseconds;
 
 // The longest wait between two questions whether the caller still wants to wait.
 constexpr milliseconds slice{200};
+// A server answers the first request at once. What is silent for so long is none.
+constexpr milliseconds longest_first_wait{15'000};
 
 // One wait for the peer: bounded, and ended by the caller's wish.
 class Patience {
@@ -39,7 +44,8 @@ class Patience {
         const auto waited = Clock::now() - start_;
         if (waited >= limit_) {
             return Error{ErrorKind::time_limit, 0,
-                         "the server was silent for " + std::to_string(limit_.count()) + " ms"};
+                         "the server was silent for " + std::to_string(limit_.count()) + " ms" +
+                             (limit_ == longest_first_wait ? "; is this its transmit port?" : "")};
         }
         if (waited >= limits_.stall && limits_.stalled && !std::exchange(told_, true)) {
             limits_.stalled();
@@ -76,17 +82,47 @@ Result<void> after_failed_call(Patience& patience) {
 
 using Addresses = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-Result<Addresses> resolve(const Endpoint& endpoint) {
+// The addresses of a family; getaddrinfo's error in place of them.
+Addresses look_up(const std::string& host, std::uint16_t port, int family, int& error) {
     addrinfo wanted{};
-    wanted.ai_family = AF_INET;
+    wanted.ai_family = family;
     wanted.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    const std::string port = std::to_string(endpoint.port);
-    if (const int error = getaddrinfo(endpoint.host.c_str(), port.c_str(), &wanted, &found)) {
-        return Error{ErrorKind::no_connection, 0,
-                     "the name " + endpoint.host + " can't be resolved: " + gai_strerror(error)};
+    error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &wanted, &found);
+    return {error == 0 ? found : nullptr, &freeaddrinfo};
+}
+
+// The host as it is looked up: an IPv6 address that stands for an IPv4 one (RFC 4291, section
+// 2.5.5.2) as that, and any other by its name, if it has one.
+std::string host_to_look_up(const std::string& host) {
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    if (inet_pton(AF_INET6, host.c_str(), &address.sin6_addr) != 1) {
+        return host;
     }
-    return Addresses(found, &freeaddrinfo);
+    if (IN6_IS_ADDR_V4MAPPED(&address.sin6_addr)) {
+        std::array<char, INET_ADDRSTRLEN> text{};
+        return inet_ntop(AF_INET, &address.sin6_addr.s6_addr[12], text.data(), text.size());
+    }
+    std::array<char, NI_MAXHOST> name{};
+    const bool has_name = getnameinfo(reinterpret_cast<const sockaddr*>(&address), sizeof address,
+                                      name.data(), name.size(), nullptr, 0, NI_NAMEREQD) == 0;
+    return has_name ? name.data() : host;
+}
+
+Result<Addresses> resolve(const Endpoint& endpoint) {
+    int error = 0;
+    auto found = look_up(host_to_look_up(endpoint.host), endpoint.port, AF_INET, error);
+    if (found) {
+        return found;
+    }
+    int other_error = 0;
+    if (look_up(endpoint.host, endpoint.port, AF_INET6, other_error)) {
+        return Error{ErrorKind::no_connection, 0,
+                     endpoint.host + " has no IPv4 address, and the server speaks IPv4 only"};
+    }
+    return Error{ErrorKind::no_connection, 0,
+                 "the name " + endpoint.host + " can't be resolved: " + gai_strerror(error)};
 }
 
 Error unreachable(const Endpoint& endpoint, const std::string& why) {
@@ -178,6 +214,9 @@ Result<void> Socket::send_all(std::span<iovec> parts) {
     Patience patience(limits_, limits_.silence);
     parts = without_first(parts, 0);
     while (!parts.empty()) {
+        if (cancelled()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
         msghdr message{};
         message.msg_iov = parts.data();
         message.msg_iovlen = parts.size();
@@ -192,15 +231,23 @@ Result<void> Socket::send_all(std::span<iovec> parts) {
     return {};
 }
 
+milliseconds Socket::patience_of_receive() const {
+    return heard_ ? limits_.silence : std::min(limits_.silence, longest_first_wait);
+}
+
 Result<void> Socket::receive_exactly(void* data, std::size_t size) {
-    Patience patience(limits_, limits_.silence);
+    Patience patience(limits_, patience_of_receive());
     auto* place = static_cast<char*>(data);
     while (size > 0) {
+        if (cancelled()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
         const ssize_t received = recv(descriptor_.get(), place, size, MSG_WAITALL);
         if (received == 0) {
             return lost("the server closed it");
         }
         if (received > 0) {
+            heard_ = true;
             place += received;
             size -= static_cast<std::size_t>(received);
             patience.renew();
@@ -212,10 +259,14 @@ Result<void> Socket::receive_exactly(void* data, std::size_t size) {
 }
 
 Result<std::size_t> Socket::receive_some(void* data, std::size_t size) {
-    Patience patience(limits_, limits_.silence);
+    Patience patience(limits_, patience_of_receive());
     while (true) {
+        if (cancelled()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
         const ssize_t received = recv(descriptor_.get(), data, size, 0);
         if (received > 0) {
+            heard_ = true;
             return static_cast<std::size_t>(received);
         }
         if (received == 0) {

@@ -37,8 +37,11 @@ class Socket {
     Socket(FileDescriptor descriptor, WaitLimits limits)
         : descriptor_(std::move(descriptor)), limits_(std::move(limits)) {}
 
+    std::chrono::milliseconds patience_of_receive() const;
+
     FileDescriptor descriptor_;
     WaitLimits limits_;
+    bool heard_ = false;  // the peer has sent a byte
 };
 
 }  // namespace transmit::detail

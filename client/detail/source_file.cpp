@@ -47,7 +47,7 @@ Result<SourceFile> SourceFile::open(const std::string& path) {
     return SourceFile(std::move(descriptor), path, status);
 }
 
-Result<SourceFile> SourceFile::spool(const ByteSource& source) {
+Result<SourceFile> SourceFile::spool(const ByteSource& source, const Cancelled& cancelled) {
     std::error_code error;
     const std::string folder = std::filesystem::temp_directory_path(error).string();
     FileDescriptor descriptor(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
@@ -56,7 +56,10 @@ Result<SourceFile> SourceFile::spool(const ByteSource& source) {
     }
     std::vector<char> piece(piece_size);
     while (true) {
-        const auto size = source(piece);
+        if (cancelled && cancelled()) {
+            return Error{ErrorKind::cancelled, 0, "cancelled"};
+        }
+        const auto size = source(piece, cancelled);
         if (!size) {
             return size.error();
         }
@@ -98,19 +101,13 @@ Result<void> SourceFile::read(void* data, std::size_t size, std::int64_t offset)
     return {};
 }
 
-Result<std::string> SourceFile::sha256() const {
-    Sha256 hash;
-    std::vector<char> piece(piece_size);
-    for (std::int64_t offset = 0; offset < stamp_.size;) {
-        const auto size = static_cast<std::size_t>(
-            std::min<std::int64_t>(std::ssize(piece), stamp_.size - offset));
-        if (auto got = read(piece.data(), size, offset); !got) {
-            return got.error();
-        }
-        hash.add(piece.data(), size);
-        offset += static_cast<std::int64_t>(size);
-    }
-    return hash.digest();
+Result<std::string> SourceFile::sha256(const std::function<bool()>& cancelled) const {
+    return sha256_of(
+        stamp_.size,
+        [this](void* data, std::size_t size, std::int64_t offset) {
+            return read(data, size, offset);
+        },
+        cancelled);
 }
 
 Result<void> SourceFile::unchanged() const {

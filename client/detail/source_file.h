@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "client/batch.h"
@@ -19,7 +20,7 @@ class SourceFile {
     static Result<SourceFile> open(const std::string& path);
 
     // A stream read to its end into an unnamed file, which never changes. Its time is the present.
-    static Result<SourceFile> spool(const ByteSource& source);
+    static Result<SourceFile> spool(const ByteSource& source, const Cancelled& cancelled);
 
     // The same path, as it is now.
     Result<SourceFile> reopened() const { return open(path_); }
@@ -29,7 +30,7 @@ class SourceFile {
     Result<void> read(void* data, std::size_t size, std::int64_t offset) const;
     // file_changed if size or time, to the nanosecond, aren't those of the opening any more.
     Result<void> unchanged() const;
-    Result<std::string> sha256() const;
+    Result<std::string> sha256(const std::function<bool()>& cancelled) const;
 
   private:
     SourceFile(FileDescriptor descriptor, std::string path, const struct stat& status);

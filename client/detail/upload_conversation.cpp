@@ -12,8 +12,6 @@ namespace {
 
 // Rounds of preparing and checking, before what is stored is taken for another client's play.
 constexpr int most_rounds = 4;
-// What a server adds to the names of temporary files as it is shipped.
-constexpr std::string_view usual_suffix = ".tcp";
 
 Error differs(const std::string& what) {
     return {ErrorKind::file_changed, 0, what + " differs from the source"};
@@ -21,11 +19,13 @@ Error differs(const std::string& what) {
 
 }  // namespace
 
-UploadConversation::UploadConversation(Worker& worker, RemoteFolders& folders, UploadSender& sender,
+UploadConversation::UploadConversation(Worker& worker, RemoteFolders& folders,
+                                       const UploadNames& names, UploadSender& sender,
                                        SourceFile source, const UploadJob& job)
     : worker_(worker),
       run_(worker.run),
       folders_(folders),
+      names_(names),
       sender_(sender),
       source_(std::move(source)),
       target_(job.target),
@@ -46,7 +46,7 @@ Result<void> UploadConversation::start_over(const Error& reason) {
         return source.error();
     }
     source_ = *std::move(source);
-    suspect_ = true;
+    (owns_part_ || aside_ ? suspect_ : evades_) = true;
     is_whole_ = false;
     return {};
 }
@@ -58,16 +58,37 @@ Result<TransferReport> UploadConversation::attempt(Connection& connection) {
     }
     const Entry* const there = (*content)->find(split(target_.path).name);
     const auto& options = run_.options();
-    const UploadWay way = plan_upload(there, source_.stamp(), options.in_place,
-                                      is_forced() && !has_arrived(**content));
+    UploadWay way = plan_upload(there, source_.stamp(), options.in_place,
+                                is_forced() && !has_arrived(**content));
     if (way == UploadWay::no_folder) {
         return attempt_in_folder(connection);
+    }
+    if (!is_whole_ && is_compared(there)) {
+        const auto same = same_content(connection);
+        if (!same) {
+            return same.error();
+        }
+        if (*same) {
+            return TransferReport{
+                .size = source_.stamp().size, .already_there = true, .verified = true};
+        }
+        way = UploadWay::aside;
     }
     if (way == UploadWay::none) {
         return arrived(connection);
     }
     if (options.dry_run) {
         return TransferReport{.size = source_.stamp().size};
+    }
+    if (way == UploadWay::straight && !evades_) {
+        const auto safe = straight_is_safe(connection, **content);
+        if (!safe) {
+            return safe.error();
+        }
+        evades_ = !*safe;
+    }
+    if (evades_) {
+        way = UploadWay::aside;
     }
     auto uploaded = way == UploadWay::aside ? upload_aside(connection, **content)
                                             : upload_to(connection, target_, **content);
@@ -111,7 +132,11 @@ Result<UploadConversation::Content> UploadConversation::look(Connection& connect
 
 Result<void> UploadConversation::upload_aside(Connection& connection,
                                               const FolderContent& content) {
-    const RemotePath side = at(side_path(target_.path));
+    aside_ = true;
+    const RemotePath side = at(names_.side_path(target_.path));
+    if (auto checked = check_side(connection, side, content); !checked) {
+        return checked;
+    }
     if (auto uploaded = upload_to(connection, side, content); !uploaded) {
         return uploaded;
     }
@@ -121,35 +146,70 @@ Result<void> UploadConversation::upload_aside(Connection& connection,
 
 Result<void> UploadConversation::upload_to(Connection& connection, const RemotePath& place,
                                            const FolderContent& content) {
-    if (auto checked = check_leftovers(connection, place, content); !checked) {
-        return checked;
-    }
     const auto start = begins_with_nothing(place, content) ? begin_ahead(connection, place)
                                                            : begin(connection, place);
     if (!start) {
         return start.error();
     }
+    owns_part_ = place.path == target_.path;
     watch_.goes_on(start->complete ? source_.stamp().size : start->offset, source_.stamp().size);
     if (!start->complete) {
         if (auto sent = sender_.send(connection, source_, start->offset, watch_); !sent) {
-            return sent;
+            return disown(std::move(sent));
         }
     }
     is_whole_ = place.path == target_.path;
-    return start->complete ? Result<void>() : connection.upload_file_finish();
+    return start->complete ? Result<void>() : disown(connection.upload_file_finish());
+}
+
+// A change that isn't the source's is one of what the server had: that is of somebody else.
+Result<void> UploadConversation::disown(Result<void> outcome) {
+    if (!outcome && outcome.error().kind == ErrorKind::file_changed && source_.unchanged()) {
+        owns_part_ = false;
+    }
+    return outcome;
 }
 
 // After a break: whether all that was to happen did, though its last answer was lost.
 bool UploadConversation::has_arrived(const FolderContent& content) const {
-    return is_whole_ && !content.find(split(side_path(target_.path)).name);
+    return is_whole_ && !content.find(split(names_.side_path(target_.path)).name);
 }
 
-// A prepare takes a temporary file of the full size for the whole file, and one that bears a side
-// name may be whole already: they are looked at before.
-Result<void> UploadConversation::check_leftovers(Connection& connection, const RemotePath& place,
-                                                 const FolderContent& content) {
-    const std::string name(split(place.path).name);
-    const std::string folder(split(place.path).folder);
+// Whether the bare conversation destroys nothing: what bears the name of the target's temporary
+// file is the beginning of the source, so that its bytes come with it. A prepare takes a temporary
+// file of the full size for the whole file, whatever suffix the server gives it.
+Result<bool> UploadConversation::straight_is_safe(Connection& connection,
+                                                  const FolderContent& content) {
+    if (names_.endangers(target_.path)) {
+        return false;
+    }
+    const FileStamp stamp = source_.stamp();
+    const auto [folder, name] = split(target_.path);
+    std::vector<Entry> found = content.longer(name, stamp);
+    const Entry* const temporary =
+        names_.suffix().empty() ? nullptr : content.find(std::string(name) + names_.suffix());
+    if (temporary) {
+        const bool is_usable = temporary->size > 0 || temporary->time == stamp.time || owns_part_;
+        if (temporary->is_folder || temporary->size > stamp.size || !is_usable) {
+            return false;
+        }
+        found.push_back(*temporary);
+    }
+    for (const Entry& entry : found) {
+        auto good = begins_like(connection, run_, at(std::string(folder) + entry.name), entry.size,
+                                source_);
+        if (!good || !*good) {
+            return owns_part_ && good ? Result<bool>(true) : good;
+        }
+    }
+    return true;
+}
+
+// What bears a side name is of this program: it may be whole already, or is thrown away.
+Result<void> UploadConversation::check_side(Connection& connection, const RemotePath& side,
+                                            const FolderContent& content) {
+    const std::string name(split(side.path).name);
+    const std::string folder(split(side.path).folder);
     for (const Entry& entry : content.longer(name, source_.stamp())) {
         const auto good =
             begins_like(connection, run_, at(folder + entry.name), source_.stamp().size, source_);
@@ -164,11 +224,11 @@ Result<void> UploadConversation::check_leftovers(Connection& connection, const R
     if (!there || FileStamp{there->size, there->time} != source_.stamp()) {
         return {};
     }
-    const auto good = begins_like(connection, run_, place, source_.stamp().size, source_);
+    const auto good = begins_like(connection, run_, side, source_.stamp().size, source_);
     if (!good) {
         return good.error();
     }
-    return *good ? Result<void>() : connection.delete_path(place);
+    return *good ? Result<void>() : connection.delete_path(side);
 }
 
 // Only as long as nothing has proved other than it was listed.
@@ -210,6 +270,8 @@ Result<UploadStart> UploadConversation::begin(Connection& connection, const Remo
         }
         if (*good) {
             checked = start->offset;
+        } else if (place.path == target_.path && !owns_part_) {
+            return differs("what the server had stored");
         } else {
             suspect();
         }
@@ -231,8 +293,7 @@ Result<bool> UploadConversation::stored_part_is_good(Connection& connection,
     const auto [folder, name] = split(place.path);
     const auto found = content->longer(name, {size, source_.stamp().time});
     if (found.empty()) {
-        return begins_like(connection, run_, at(place.path + std::string(usual_suffix)), size,
-                           source_);
+        return begins_like(connection, run_, at(place.path + names_.suffix()), size, source_);
     }
     for (const Entry& entry : found) {
         auto good =
@@ -267,17 +328,37 @@ Result<TransferReport> UploadConversation::arrived(Connection& connection) {
     if (!run_.options().verify || report.already_there) {
         return report;
     }
-    const auto wanted = source_.sha256();
-    const auto found = wanted ? remote_sha256(connection, run_, target_) : wanted;
-    if (!found) {
-        return found.error();
+    const auto same = same_content(connection);
+    if (!same) {
+        return same.error();
     }
-    if (*found != *wanted) {
+    if (!*same) {
         resend_ = true;
         return differs("the file that was read back");
     }
     report.verified = true;
     return report;
+}
+
+// Whether what lies at the target is compared before it is taken for the source, or for another
+// file.
+bool UploadConversation::is_compared(const Entry* there) const {
+    const auto& options = run_.options();
+    const FileStamp stamp = source_.stamp();
+    if (!there || there->is_folder || is_forced() || there->size != stamp.size) {
+        return false;
+    }
+    return options.checksum ||
+           (there->time == stamp.time && (options.verify || may_still_change(stamp.time)));
+}
+
+Result<bool> UploadConversation::same_content(Connection& connection) {
+    const auto wanted = source_.sha256([this] { return run_.cancelled(); });
+    const auto found = wanted ? remote_sha256(connection, run_, target_) : wanted;
+    if (!found) {
+        return found.error();
+    }
+    return *found == *wanted;
 }
 
 void UploadConversation::suspect() {

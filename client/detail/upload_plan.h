@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "client/listing.h"
 #include "client/remote.h"
 
@@ -19,10 +16,5 @@ enum class UploadWay {
 // `there` is null if nothing lies at the target. `forced`: also what is there already is sent, and
 // never straight, since a prepare would take it for whole.
 UploadWay plan_upload(const Entry* there, const FileStamp& source, bool in_place, bool forced);
-
-// The name under which a new version is sent while the old one stays: always the same for a target,
-// so that another run finds what an earlier one left. It fits where 255 bytes are the longest name,
-// with room for the server's suffix.
-std::string side_path(std::string_view target);
 
 }  // namespace transmit::detail

@@ -10,9 +10,6 @@
 namespace transmit::detail {
 namespace {
 
-// The longest document that is taken from a server: a listing of some ten million files. Memory
-// for it grows with what arrives, not with what was announced.
-constexpr std::uint32_t longest_tail = 1U << 30;
 constexpr std::size_t tail_step = 1U << 20;
 
 Error closed() {
@@ -125,10 +122,12 @@ Result<std::size_t> Wire::receive_some(void* data, std::size_t size) {
     return received;
 }
 
-Result<std::string> Wire::receive_tail(std::uint32_t size) {
-    if (size > longest_tail) {
+Result<std::string> Wire::receive_tail(std::uint32_t size, std::uint32_t longest) {
+    if (size > longest) {
         close();
-        return Error{ErrorKind::bad_answer, 0, "the server announced an answer of over 1 GiB"};
+        return Error{ErrorKind::bad_answer, 0,
+                     "the server announced an answer of " + std::to_string(size) +
+                         " bytes, more than there can be"};
     }
     std::string tail;
     while (tail.size() < size) {

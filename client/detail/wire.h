@@ -18,6 +18,10 @@
 
 namespace transmit::detail {
 
+// The longest document that is taken from a server, which sends none longer: a listing of some
+// million files. Memory for it grows with what arrives, not with what was announced.
+inline constexpr std::uint32_t longest_document = 256U << 20;
+
 // What a request brought: the response's record in host order, and the bytes behind it.
 template <typename Row>
 struct Answer {
@@ -38,8 +42,9 @@ class Wire {
     // The halves of `ask`, for requests sent ahead. Responses come in the order of the requests.
     template <typename Row, typename... Tail>
     Result<void> send_request(typename Row::Request request, Tail... tails);
+    // A tail longer than `longest` is bad_answer.
     template <typename Row>
-    Result<Answer<Row>> receive_response();
+    Result<Answer<Row>> receive_response(std::uint32_t longest = longest_document);
 
     // A request whose answer is only looked at when the next one is wanted: nobody waits for it.
     template <typename Row>
@@ -67,7 +72,7 @@ class Wire {
   private:
     Result<void> take_unawaited();
     Result<void> fill(std::size_t size);
-    Result<std::string> receive_tail(std::uint32_t size);
+    Result<std::string> receive_tail(std::uint32_t size, std::uint32_t longest);
     std::size_t buffered() const { return end_ - begin_; }
 
     Socket socket_;
@@ -101,7 +106,7 @@ Result<void> Wire::send_unawaited(typename Row::Request request) {
 }
 
 template <typename Row>
-Result<Answer<Row>> Wire::receive_response() {
+Result<Answer<Row>> Wire::receive_response(std::uint32_t longest) {
     Answer<Row> answer;
     if (auto received = receive(&answer.record, sizeof answer.record); !received) {
         return received.error();
@@ -111,7 +116,7 @@ Result<Answer<Row>> Wire::receive_response() {
         return wrong_type(Row::response_type, answer.record.type);
     }
     if constexpr (requires { answer.record.data_length; }) {
-        auto tail = receive_tail(answer.record.data_length);
+        auto tail = receive_tail(answer.record.data_length, longest);
         if (!tail) {
             return tail.error();
         }

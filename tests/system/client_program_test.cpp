@@ -117,7 +117,16 @@ TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
              Case{"transmit put report.pdf none /", 6, "none can't be read"},
              Case{"transmit put . /", 1, "-r sends folders"},
              Case{"transmit put report.pdf ./report.pdf /", 6, "goes to the same place"},
-             Case{"transmit ls --storage 9", 1, "\"transmit storages\" lists the ids"},
+             Case{"transmit ls --storage 9", 1,
+                  "the server has no storage 9. \"transmit storages\""},
+             Case{"transmit ls --storage nowhere", 1, "no storage named nowhere"},
+             Case{"transmit help send", 2, "send is no command"},
+             Case{"transmit help ls", 0, "Usage: transmit ls"},
+             Case{"transmit ls --server '[::ffff:127.0.0.1]:1'", 7, "Connection refused"},
+             Case{"transmit put report.pdf /docs/; transmit get /docs", 1,
+                  "get -r fetches folders"},
+             Case{"transmit ls --json docs 2>/dev/null", 2, R"("code":2)"},
+             Case{"transmit get --json /none 2>/dev/null", 4, R"("code":4)"},
              Case{ask_nobody.c_str(), 7, "Connection refused. See that the server runs"},
              Case{send_nobody.c_str(), 7, "Connection refused. See that the server runs"},
          }) {
@@ -126,6 +135,67 @@ TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
         EXPECT_NE(outcome.output.find(one.says), std::string::npos)
             << one.line << ": " << outcome.output;
     }
+}
+
+// The parser of the command line gives some of them a meaning.
+TEST_F(ClientProgram, TakesEveryNameLiterally) {
+    const Words names{"[c]", "[a,b]", "c",  "a",      "b",  "{}",
+                      "%%",  "[]",    "ls", "--json", "=x", "\x01x"};
+    std::string words;
+    for (const std::string& name : names) {
+        support::write_file(here("names/" + name), "this is " + name);
+        words += " '" + name + "'";
+    }
+    EXPECT_EQ(run("cd names && transmit put -q --" + words + " /n/").code, 0);
+    EXPECT_EQ(run("cd names && for name in" + words +
+                  "; do transmit put -q -- \"$name\" \"/one/$name\" || exit; done")
+                  .code,
+              0);
+    for (const std::string& name : names) {
+        for (const char* place : {"n/", "one/"}) {
+            EXPECT_EQ(support::read_file(server.storage_folder() + place + name),
+                      "this is " + name);
+        }
+    }
+}
+
+TEST_F(ClientProgram, MarksUploadsThatAreNotDoneAndFetchesThemByNameOnly) {
+    for (const char* name : {"new.tcp", "old", "old.tcp", "other~"}) {
+        support::write_file(server.storage_folder() + "d/" + name, name);
+    }
+    EXPECT_EQ(run("transmit ls /d").output, "new.tcp  (unfinished upload)\nold\nold.tcp\nother~\n");
+    EXPECT_EQ(run("transmit ls --suffix '~' /d").output,
+              "new.tcp\nold\nold.tcp\nother~  (unfinished upload)\n");
+    const Outcome outcome = run("transmit get -r /d got 2>&1");
+    EXPECT_EQ(outcome.code, 6) << outcome.output;
+    EXPECT_NE(outcome.output.find("/d/new.tcp: this looks like an upload"), std::string::npos);
+    EXPECT_EQ(run("ls got").output, "old\nold.tcp\nother~\n");
+    EXPECT_EQ(run("transmit get -q /d/new.tcp got/ && cat got/new.tcp").output, "new.tcp");
+    EXPECT_EQ(run("transmit get -qr --suffix '' /d all").code, 0);
+}
+
+TEST_F(ClientProgram, ItsTimeLimitHoldsWhateverMovesOrWaits) {
+    support::write_file(here("big"), support::random_bytes(30'000'000, 2));
+    ASSERT_EQ(run("transmit put -q big /").code, 0);
+    ASSERT_EQ(::mkfifo(here("pipe").c_str(), 0600), 0);
+    for (const char* line : {"transmit get -q --max-time 1 /big - >pipe",
+                             "transmit get -q --max-time 1 --limit-rate 1M /big - >/dev/null",
+                             "transmit put -q --max-time 1 - /x <pipe"}) {
+        EXPECT_EQ(run("exec 3<>pipe; " + std::string(line)).code, 10) << line;
+    }
+    server.process().send_signal(SIGSTOP);
+    EXPECT_EQ(run("transmit get -q --max-time 1 -r / x").code, 10);
+    server.process().send_signal(SIGCONT);
+}
+
+TEST_F(ClientProgram, AwaitsAServerThatIsNotUpYetIfAsked) {
+    const std::string port = std::to_string(support::free_port());
+    ChildProcess program =
+        start("exec transmit put --retry-for 60 --progress line report.pdf 127.0.0.1:" + port +
+              "/1/ 2>&1");
+    EXPECT_TRUE(program.await_output("Connection refused"));
+    program.send_signal(SIGINT);
+    EXPECT_EQ(program.await_exit(), exited_with(130));
 }
 
 TEST_F(ClientProgram, AnInterruptEndsItsWaitForThePipesReader) {

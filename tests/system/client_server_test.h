@@ -29,6 +29,12 @@ class RecordingObserver : public transmit::TransferObserver {
     std::vector<transmit::TransferReport> reports;
 };
 
+// The name under which the client works on a file beside it: ".part", ".info" and, on the server,
+// ".new".
+inline std::string work_name(const std::string& name, const std::string& ending) {
+    return ".transmit-" + support::sha256(name).substr(0, 32) + ending;
+}
+
 // The client library against a real server: one storage, and a local folder.
 class ClientServerTest : public testing::Test {
   protected:

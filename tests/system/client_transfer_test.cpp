@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include "client/remote_tree.h"
 #include "src/message/status.h"
@@ -26,6 +28,16 @@ class ClientTransferTest : public ClientServerTest {
     // As an upload of `bytes` that broke off would have left it on the server.
     void leave_stored_part(const std::string& name, std::string_view bytes) {
         stored_file::put(in_storage(name), bytes, file_time);
+    }
+
+    std::string work_file(const std::string& ending) const {
+        return folder.path() + work_name("local", ending);
+    }
+
+    // The same file with other bytes.
+    static void overwrite(const std::string& path, const std::string& bytes) {
+        std::ofstream(path, std::ios::binary | std::ios::in).write(bytes.data(), std::ssize(bytes));
+        fs::resize_file(path, bytes.size());
     }
 
     // Ends a download of "f" once so many bytes of it have come.
@@ -66,18 +78,24 @@ TEST_P(TamperedPartTest, IsNoticedAndTheResultIsRight) {
     part.resize(GetParam().size, 'x');
     part[GetParam().changed] ^= 1;
     stored_file::put(local, content, file_time);
-    for (const char* suffix : {".tcp", ".transmit-new.tcp"}) {
-        leave_stored_part("f" + std::string(suffix), part);
-        if (std::string_view(suffix) != ".tcp") {
+    const std::string side = work_name("f", ".new");
+    for (const std::string& stored : {side + ".tcp", std::string("f.tcp")}) {
+        const bool is_ours = stored != "f.tcp";
+        leave_stored_part(stored, part);
+        if (is_ours) {
             stored_file::put(in_storage("f"), "the version before");
+        } else {
+            fs::remove(in_storage("f"));
         }
         options.check =
             GetParam().is_noticed ? transmit::ResumeCheck::tail : transmit::ResumeCheck::all;
         EXPECT_TRUE(put(local, "f").complete());
         EXPECT_TRUE(read_file(in_storage("f")) == content);
         EXPECT_EQ(stored_file::time_of(in_storage("f")), file_time);
-        EXPECT_FALSE(observer.starts_over.empty() && GetParam().size <= content.size());
-        EXPECT_EQ(std::distance(fs::directory_iterator(in_storage("")), {}), 1);
+        EXPECT_FALSE(observer.starts_over.empty() && is_ours && GetParam().size <= content.size());
+        // What isn't known to be an upload's may be a user's.
+        EXPECT_EQ(std::distance(fs::directory_iterator(in_storage("")), {}), is_ours ? 1 : 2);
+        EXPECT_TRUE(is_ours || read_file(in_storage(stored)) == part);
     }
 }
 
@@ -208,6 +226,121 @@ TEST_F(ClientTransferTest, ATreeGoesThereAndBackAndASecondRunMovesNothing) {
     }
 }
 
+// Names that servers and this program give to files on their way, and what they are made from.
+TEST_F(ClientTransferTest, FilesWhoseNamesCollideWithWorkFilesAllArrive) {
+    std::vector<std::string> tree_names{
+        "x",          "x.part",        "x.part.info", "y", "y.tcp", "y.tcp.tcp", "y.incomplete",
+        "y.overflow", "y.transmit-new"};
+    for (const char* name : {"x", "y"}) {
+        for (const char* ending : {".part", ".info", ".new"}) {
+            tree_names.push_back(work_name(name, ending));
+        }
+    }
+    for (const std::size_t length : {251U, 252U, 255U}) {
+        tree_names.emplace_back(length, 'l');
+    }
+    const auto bytes_of = [&](std::size_t index, std::size_t round) {
+        return random_bytes(round % 2 == 0 ? 2000 : 400'000,
+                            static_cast<unsigned>(index + 100 * round));
+    };
+    for (const std::size_t round : {0U, 1U, 2U}) {
+        const std::string tree = folder.path() + "tree/";
+        const std::string back = folder.path() + "back/";
+        for (std::size_t index = 0; index < tree_names.size(); ++index) {
+            stored_file::put(tree + tree_names[index], bytes_of(index, round),
+                             file_time + static_cast<std::int64_t>(round));
+        }
+        const auto up = transmit::upload_tree(tree, {.path = "t"});
+        EXPECT_TRUE(transmit::upload_files(target, *up, options, observer).complete());
+        transmit::RetryingConnection connection(target.endpoint);
+        auto down = transmit::download_tree(connection, {.path = "t"}, back);
+        down->files.clear();
+        for (const std::string& name : tree_names) {
+            down->files.push_back({{.path = "t/" + name}, back + name, {}, {}});
+        }
+        EXPECT_TRUE(transmit::download_files(target, *down, options, observer).complete());
+        for (std::size_t index = 0; index < tree_names.size(); ++index) {
+            EXPECT_TRUE(read_file(in_storage("t/" + tree_names[index])) == bytes_of(index, round))
+                << tree_names[index];
+            EXPECT_TRUE(read_file(back + tree_names[index]) == bytes_of(index, round))
+                << tree_names[index];
+        }
+        for (const std::string& place : {in_storage("t"), back}) {
+            EXPECT_EQ(std::distance(fs::directory_iterator(place), {}), std::ssize(tree_names));
+        }
+    }
+}
+
+TEST_F(ClientTransferTest, AUsersFileUnderTheTemporaryNameStays) {
+    stored_file::put(local, content, file_time);
+    for (const std::size_t size : {0U, 1000U, 4'000'000U}) {
+        for (const std::int64_t time : {file_time, file_time + 1}) {
+            const std::string mine = random_bytes(size, 3);
+            stored_file::put(in_storage("f.tcp"), mine, time);
+            EXPECT_TRUE(put(local, "f").complete());
+            EXPECT_TRUE(read_file(in_storage("f")) == content);
+            // An empty file of the source's time can't be told from an upload's.
+            if (size > 0 || time != file_time) {
+                EXPECT_TRUE(read_file(in_storage("f.tcp")) == mine) << size << ' ' << time;
+            }
+            fs::remove(in_storage("f"));
+        }
+    }
+}
+
+TEST_F(ClientTransferTest, WhatIsThereIsComparedByContentWhenTimeSaysTooLittle) {
+    const std::string other = random_bytes(content.size(), 4);
+    const std::int64_t now = std::time(nullptr);
+    struct Case {
+        const char* name;
+        bool verify;
+        bool checksum;
+        std::int64_t time_here;
+        std::int64_t time_there;
+        bool same;
+        bool moves;
+    };
+    for (const Case& one : {Case{"same time", false, false, file_time, file_time, false, false},
+                            Case{"verify", true, false, file_time, file_time, false, true},
+                            Case{"verify same", true, false, file_time, file_time, true, false},
+                            Case{"checksum", false, true, file_time, file_time, false, true},
+                            Case{"other time", false, true, file_time, 5, true, false},
+                            Case{"fresh", false, false, now, now, false, true},
+                            Case{"fresh same", false, false, now, now, true, false}}) {
+        SCOPED_TRACE(one.name);
+        options.verify = one.verify;
+        options.checksum = one.checksum;
+        const std::string& there = one.same ? content : other;
+        stored_file::put(local, content, one.time_here);
+        stored_file::put(in_storage("up"), there, one.time_there);
+        stored_file::put(in_storage("down"), content, one.time_here);
+        stored_file::put(folder.path() + "down", there, one.time_there);
+        ASSERT_TRUE(put(local, "up").complete());
+        EXPECT_EQ(observer.reports.back().already_there, !one.moves);
+        ASSERT_TRUE(get("down", folder.path() + "down").complete());
+        EXPECT_EQ(observer.reports.back().already_there, !one.moves);
+        if (one.moves) {
+            EXPECT_TRUE(read_file(in_storage("up")) == content);
+            EXPECT_TRUE(read_file(folder.path() + "down") == content);
+        }
+    }
+}
+
+// Deeper than the system takes a path at once.
+TEST_F(ClientTransferTest, ADeepTreeComesWhole) {
+    std::string deep = "t";
+    for (int level = 0; level < 400; ++level) {
+        deep += "/d";
+    }
+    stored_file::put(in_storage(deep + "/f"), "deep", file_time);
+    transmit::RetryingConnection connection(target.endpoint);
+    std::string back = folder.path() + std::string(200, 'b');
+    const auto batch = transmit::download_tree(connection, {.path = "t"}, back);
+    ASSERT_TRUE(batch) << batch.error().text;
+    EXPECT_TRUE(transmit::download_files(target, *batch, options, observer).complete());
+    EXPECT_EQ(read_file(back + deep.substr(1) + "/f"), "deep");
+}
+
 TEST_F(ClientTransferTest, ABigDownloadComesInSeveralStreamsAndGoesOnInThem) {
     options.single_stream = std::chrono::seconds::zero();
     const std::string bytes = random_bytes(70'000'000, 9);
@@ -237,17 +370,17 @@ TEST_F(ClientTransferTest, APartOfAnEarlierDownloadIsCheckedBeforeItIsGoneOnWith
           Case{"longer than the source", 3'500'000, 0, true}}) {
         SCOPED_TRACE(one.name);
         ASSERT_NO_FATAL_FAILURE(break_off_a_download(1'000'000));
-        std::string part = read_file(local + ".part");
+        std::string part = read_file(work_file(".part"));
         part.resize(one.size > 0 ? one.size : part.size(), 'x');
         if (one.changed > 0) {
             part[part.size() - one.changed] ^= 1;
         }
-        support::write_file(local + ".part", part);
+        overwrite(work_file(".part"), part);
         ASSERT_TRUE(get("f", local).complete());
         EXPECT_EQ(observer.starts_over.size(), one.is_good ? 0U : 1U);
         EXPECT_EQ(observer.reports.back().resumed_from > 0, one.is_good);
         EXPECT_TRUE(read_file(local) == content);
-        EXPECT_FALSE(stored_file::exists(local + ".part.info"));
+        EXPECT_FALSE(stored_file::exists(work_file(".info")));
         fs::remove(local);
         observer.starts_over.clear();
     }
@@ -273,7 +406,7 @@ TEST_F(ClientTransferTest, VerificationReadsBothWaysAndNoticesAChangedFile) {
 TEST_F(ClientTransferTest, AStreamIsAFileToo) {
     transmit::UploadBatch up;
     std::size_t given = 0;
-    up.files.push_back({"", {.path = "f"}, [&](std::span<char> room) {
+    up.files.push_back({"", {.path = "f"}, [&](std::span<char> room, const transmit::Cancelled&) {
                             const auto size = std::min(room.size(), content.size() - given);
                             content.copy(room.data(), size, given);
                             given += size;
@@ -286,7 +419,7 @@ TEST_F(ClientTransferTest, AStreamIsAFileToo) {
     transmit::DownloadBatch down;
     down.files.push_back({{.path = "f"},
                           "",
-                          [&](std::span<const iovec> pieces) {
+                          [&](std::span<const iovec> pieces, const transmit::Cancelled&) {
                               for (const iovec& piece : pieces) {
                                   taken.append(static_cast<const char*>(piece.iov_base),
                                                piece.iov_len);
@@ -314,8 +447,12 @@ TEST_F(ClientTransferTest, ADryRunChangesNothing) {
 
 TEST_F(ClientTransferTest, AFileThatAnotherClientSendsIsWaitedFor) {
     Peer other(server.transmit_port());
-    ASSERT_EQ(other.prepare(request::Upload{.path = "f", .size = 1000}).status,
+    ASSERT_EQ(other.prepare(request::Upload{.path = "f", .size = 2000}).status,
               message::status_file_incomplete);
+    other.send(request::upload_file_data(content.substr(0, 1000)));
+    while (fs::file_size(in_storage("f.tcp")) < 1000) {
+        std::this_thread::yield();
+    }
     stored_file::put(local, content, file_time);
     struct Watch : RecordingObserver {
         std::function<void()> act;

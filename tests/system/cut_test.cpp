@@ -114,7 +114,8 @@ std::int64_t CutTest::transfer_with_a_cut(bool upload, Cut kind) {
 // Until nothing goes through any more, and what did is stored but for the rest of a block.
 bool CutTest::await_hold(bool upload) {
     constexpr std::uint64_t most_unstored = 256 << 10;
-    const std::string part = upload ? in_storage("f.tcp") : local + ".part";
+    const std::string part =
+        upload ? in_storage("f.tcp") : folder.path() + work_name("local", ".part");
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     const auto stored = [&part] {
         std::error_code missing;

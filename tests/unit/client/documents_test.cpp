@@ -23,7 +23,7 @@ TEST(Documents, TheManualPageHoldsEveryCommandAndOption) {
             EXPECT_NE(page.find("\\fB" + name + "\\fR"), std::string::npos) << name;
         }
     };
-    ASSERT_EQ(program.commands.size(), 11U);
+    ASSERT_EQ(program.commands.size(), 12U);
     for (const CommandDescription& command : program.commands) {
         EXPECT_NE(page.find(".SS " + command.name + "\n"), std::string::npos) << command.name;
         for (const OptionDescription& option : command.options) {

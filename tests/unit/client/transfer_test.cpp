@@ -1,220 +1,8 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <thread>
 
-#include <atomic>
-#include <filesystem>
-
-#include "client/batch.h"
-#include "src/message/status.h"
-#include "tests/support/files.h"
-#include "tests/support/temporary_folder.h"
-#include "tests/unit/client/scripted_peer.h"
+#include "tests/unit/client/transfer_fixture.h"
 
 namespace {
-
-using namespace std::chrono_literals;
-using namespace std::string_literals;
-using support::read_file;
-using support::write_file;
-using transmit::ErrorKind;
-using transmit::Progress;
-
-constexpr std::int64_t source_time = 1'560'000'000;
-
-transmit::RetryPolicy hasty(std::chrono::milliseconds time_limit = 60s) {
-    return {.first_pause = 1ms, .longest_pause = 8ms, .time_limit = time_limit};
-}
-
-transmit::WaitLimits patient(std::function<bool()> cancelled = {}) {
-    return {.connect = 60s, .silence = 60s, .cancelled = std::move(cancelled)};
-}
-
-void set_time(const std::string& path, std::int64_t time) {
-    const timespec times[2] = {{time, 0}, {time, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-}
-
-std::int64_t time_of(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? status.st_mtim.tv_sec : -1;
-}
-
-void answer_prepare(PeerConnection& peer, std::uint16_t status, std::int64_t offset = 0) {
-    message::UploadFilePrepareResponse response{};
-    response.status = status;
-    response.offset = offset;
-    peer.answer<message::UploadFilePrepare>(response);
-}
-
-std::string prepare_upload(PeerConnection& peer, std::uint16_t status, std::int64_t offset = 0) {
-    std::string path;
-    peer.expect<message::UploadFilePrepare>(&path);
-    answer_prepare(peer, status, offset);
-    return path;
-}
-
-// Takes data messages until `size` bytes have come.
-std::string receive_upload(PeerConnection& peer, std::size_t size) {
-    std::string received;
-    while (received.size() < size) {
-        std::string tail;
-        peer.expect<message::UploadFileData>(&tail);
-        received += tail;
-    }
-    return received;
-}
-
-void finish_upload(PeerConnection& peer, std::uint16_t status = message::status_ok) {
-    peer.expect<message::UploadFileFinish>();
-    peer.answer<message::UploadFileFinish>({.type = 0, .status = status});
-}
-
-void send_block(PeerConnection& peer, std::string_view data,
-                std::uint16_t status = message::status_ok) {
-    const message::DataResponse header{.type = message::DownloadFileData::response_type,
-                                       .status = status,
-                                       .data_length = static_cast<std::uint32_t>(data.size())};
-    peer.send(bytes_of(header) + std::string(data));
-}
-
-void prepare_download(PeerConnection& peer, std::uint16_t status, std::size_t size = 0,
-                      std::int64_t time = source_time) {
-    peer.expect<message::DownloadFilePrepare>();
-    message::DownloadFilePrepareResponse response{};
-    response.status = status;
-    response.file_size = static_cast<std::int64_t>(size);
-    response.file_time = time;
-    peer.answer<message::DownloadFilePrepare>(response);
-}
-
-// The whole conversation up to the data request, whose offset it gives.
-std::int64_t start_download(PeerConnection& peer, std::size_t size,
-                            std::int64_t time = source_time) {
-    prepare_download(peer, message::status_ok, size, time);
-    return peer.expect<message::DownloadFileData>().offset;
-}
-
-// The end of the stream, and the look at the source behind it.
-void finish_download(PeerConnection& peer, std::size_t size, std::int64_t time = source_time) {
-    send_block(peer, "");
-    peer.expect<message::DownloadFileFinish>();
-    peer.answer<message::DownloadFileFinish>();
-    prepare_download(peer, message::status_ok, size, time);
-    peer.expect<message::DownloadFileFinish>();
-    peer.answer<message::DownloadFileFinish>();
-}
-
-// What a client says before anything else.
-void greet(PeerConnection& peer) {
-    peer.expect<message::SetTransmitSpeed>();
-    peer.answer<message::SetTransmitSpeed>();
-}
-
-ScriptedPeer::Script greeted(ScriptedPeer::Script script) {
-    return [script = std::move(script)](PeerConnection& peer) {
-        greet(peer);
-        script(peer);
-    };
-}
-
-// Tells that the folder that is asked for doesn't exist.
-void list_nothing(PeerConnection& peer) {
-    peer.expect<message::GetPathContent>();
-    peer.answer<message::GetPathContent>(
-        {.type = 0, .status = message::status_access_failed, .data_length = 0});
-}
-
-void list(PeerConnection& peer, const std::string& listing) {
-    peer.expect<message::GetPathContent>();
-    peer.send(bytes_of(message::DataResponse{29, message::status_path_is_directory,
-                                             static_cast<std::uint32_t>(listing.size())}) +
-              listing);
-}
-
-// A server whose storage holds nothing, as uploads ask before they begin.
-ScriptedPeer::Script empty(ScriptedPeer::Script script) {
-    return greeted([script = std::move(script)](PeerConnection& peer) {
-        list_nothing(peer);
-        script(peer);
-    });
-}
-
-class Watch : public transmit::TransferObserver {
-  public:
-    void progressed(std::size_t, const Progress& progress) override {
-        last = progress;
-        if (on_progress) {
-            on_progress(progress);
-        }
-    }
-    void placed(std::size_t, const std::string& path) override { place = path; }
-    void stalled(std::size_t) override { ++stalls; }
-    void retrying(std::size_t, const transmit::Error& reason, std::chrono::milliseconds,
-                  std::chrono::milliseconds) override {
-        retries.push_back(reason);
-    }
-    void started_over(std::size_t, const std::string&) override { ++starts_over; }
-    void done(std::size_t, const transmit::TransferReport& told) override { report = told; }
-
-    // The one file's report, or what went wrong.
-    transmit::Result<transmit::TransferReport> outcome(const transmit::TransferSummary& summary) {
-        if (!summary.failed.empty()) {
-            return summary.failed[0].error;
-        }
-        return summary.stopped ? transmit::Result<transmit::TransferReport>(*summary.stopped)
-                               : report;
-    }
-
-    std::function<void(const Progress&)> on_progress;
-    Progress last;
-    std::vector<transmit::Error> retries;
-    std::atomic<int> stalls = 0;
-    int starts_over = 0;
-    std::string place;
-    transmit::TransferReport report;
-};
-
-class Transfer : public testing::Test {
-  protected:
-    Transfer() {
-        write_file(source_, content_);
-        set_time(source_, source_time);
-    }
-
-    transmit::Result<transmit::TransferReport> upload(const ScriptedPeer& peer,
-                                                      transmit::RetryPolicy policy = hasty()) {
-        transmit::UploadBatch batch;
-        batch.files.push_back({source_, {1, 0, "a.bin"}, {}});
-        return watch_.outcome(transmit::upload_files({{"127.0.0.1", peer.port()}, limits_, policy},
-                                                     batch, options_, watch_));
-    }
-
-    transmit::Result<transmit::TransferReport> download(const ScriptedPeer& peer,
-                                                        transmit::RetryPolicy policy = hasty()) {
-        transmit::DownloadBatch batch;
-        batch.files.push_back({{1, 0, "a.bin"}, target_, {}, {}});
-        return watch_.outcome(transmit::download_files(
-            {{"127.0.0.1", peer.port()}, limits_, policy}, batch, options_, watch_));
-    }
-
-    std::vector<std::string> names() const {
-        std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
-            found.push_back(entry.path().filename());
-        }
-        std::sort(found.begin(), found.end());
-        return found;
-    }
-
-    support::TemporaryFolder folder_;
-    const std::string source_ = folder_.path() + "source.bin";
-    const std::string target_ = folder_.path() + "target.bin";
-    const std::string content_ = support::random_bytes(1'000'000, 1);
-    transmit::WaitLimits limits_ = patient();
-    transmit::TransferOptions options_;
-    Watch watch_;
-};
 
 TEST_F(Transfer, UploadGoesByteForByteOverTheWire) {
     write_file(source_, "hello");
@@ -344,9 +132,11 @@ TEST_F(Transfer, UploadEndsWithTheStatusOfARefusal) {
     EXPECT_EQ(upload(at_finish).error().status, message::status_rename_failed);
 }
 
-// Data goes ahead of the prepare's answer. Where that proves wrong, what is stored is another's
-// with this behind it, and is thrown away.
-TEST_F(Transfer, AnUploadThatDidNotBeginAsListedStartsOver) {
+// Data goes ahead of the prepare's answer. Where that proves wrong, what is stored is somebody
+// else's and is left alone.
+TEST_F(Transfer, AnUploadThatDidNotBeginAsListedStartsOverUnderASideName) {
+    std::string side;
+    std::string renamed;
     ScriptedPeer peer({empty([&](PeerConnection& connection) {
                            connection.expect<message::UploadFilePrepare>();
                            receive_upload(connection, content_.size());
@@ -354,16 +144,17 @@ TEST_F(Transfer, AnUploadThatDidNotBeginAsListedStartsOver) {
                            EXPECT_TRUE(connection.at_end());
                        }),
                        empty([&](PeerConnection& connection) {
-                           prepare_upload(connection, message::status_file_incomplete);
-                           connection.expect<message::CleanupConnection>();
-                           connection.answer<message::CleanupConnection>();
-                           prepare_upload(connection, message::status_file_incomplete);
+                           side = prepare_upload(connection, message::status_file_incomplete);
                            EXPECT_TRUE(receive_upload(connection, content_.size()) == content_);
                            finish_upload(connection);
+                           connection.expect<message::RenamePath>(&renamed);
+                           connection.answer<message::RenamePath>();
                        })});
     const auto report = upload(peer);
     ASSERT_TRUE(report) << report.error().text;
     EXPECT_EQ(watch_.starts_over, 1);
+    EXPECT_TRUE(transmit::detail::is_work_name(side, transmit::detail::side_ending)) << side;
+    EXPECT_EQ(renamed, side + "a.bin");
 }
 
 // The temporary file of an upload that the server has not yet seen end bears the time of its last
@@ -375,17 +166,21 @@ TEST_F(Transfer, APartThatMayStillBeWrittenIsNotSentOntoUnasked) {
         return R"(<root><file name="a.bin.tcp" size="600000" time=")" + std::to_string(time) +
                R"("/></root>)";
     };
-    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
-        list(connection, listing(source_time + 1000));
-        prepare_upload(connection, message::status_file_incomplete, std::ssize(part));
-        connection.expect<message::CleanupConnection>();
-        connection.answer<message::CleanupConnection>();
-        list(connection, listing(source_time));
+    const auto send_tail = [&](PeerConnection& connection) {
         EXPECT_EQ(start_download(connection, part.size()), std::ssize(part) - std::ssize(tail));
         send_block(connection, tail);
         send_block(connection, "");
         connection.expect<message::DownloadFileFinish>();
         connection.answer<message::DownloadFileFinish>();
+    };
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        list(connection, listing(source_time + 1000));
+        send_tail(connection);
+        prepare_upload(connection, message::status_file_incomplete, std::ssize(part));
+        connection.expect<message::CleanupConnection>();
+        connection.answer<message::CleanupConnection>();
+        list(connection, listing(source_time));
+        send_tail(connection);
         prepare_upload(connection, message::status_file_incomplete, std::ssize(part));
         EXPECT_TRUE(part + receive_upload(connection, content_.size() - part.size()) == content_);
         finish_upload(connection);
@@ -486,7 +281,7 @@ TEST_F(Transfer, ALaterDownloadResumesThePartOfTheSameVersionOnly) {
         const auto report = download(broken, hasty(0s));
         ASSERT_FALSE(report);
         EXPECT_EQ(report.error().kind, ErrorKind::connection_lost);
-        EXPECT_EQ(std::filesystem::file_size(target_ + ".part"), 400'000U);
+        EXPECT_EQ(std::filesystem::file_size(work_file()), 400'000U);
         EXPECT_FALSE(std::filesystem::exists(target_));
 
         const std::string content = content_.substr(0, later.size);
@@ -551,7 +346,7 @@ TEST_F(Transfer, DownloadEndsWithTheStatusOfARefusal) {
         send_block(connection, "", message::status_read_failed);
     })});
     EXPECT_EQ(download(in_the_stream).error().status, message::status_read_failed);
-    EXPECT_EQ(read_file(target_ + ".part"), content_.substr(0, 1000));
+    EXPECT_EQ(read_file(work_file()), content_.substr(0, 1000));
 }
 
 TEST_F(Transfer, DownloadDistrustsWhatStandsBetweenTheBlocks) {
@@ -576,7 +371,7 @@ TEST_F(Transfer, OnlyOneDownloadAtATimeWritesAPart) {
     })});
     ScriptedPeer outer({greeted([&](PeerConnection& connection) {
         start_download(connection, content_.size());
-        while (!std::filesystem::exists(target_ + ".part.info")) {
+        while (!std::filesystem::exists(work_file(transmit::detail::info_ending))) {
             std::this_thread::yield();
         }
         const auto second = download(inner);
@@ -637,7 +432,7 @@ TEST_F(Transfer, CancellationEndsAWaitAndKeepsThePart) {
     ASSERT_FALSE(report);
     EXPECT_EQ(report.error().kind, ErrorKind::cancelled);
     EXPECT_EQ(peer.played(), 1U);
-    EXPECT_EQ(read_file(target_ + ".part"), content_.substr(0, 1000));
+    EXPECT_EQ(read_file(work_file()), content_.substr(0, 1000));
 }
 
 TEST_F(Transfer, ABatchEndsAtItsTimeLimitHoweverMuchMoves) {
@@ -666,7 +461,9 @@ TEST_F(Transfer, NoNameOfATreeLeadsOutOfItsFolder) {
     ASSERT_EQ(batch->files.size(), 1U);
     EXPECT_EQ(batch->files[0].local_path, folder_.path() + "t/good");
     EXPECT_EQ(batch->refused.size(), 5U);
-    EXPECT_EQ(batch->folders, std::vector<std::string>{folder_.path() + "t"});
+    ASSERT_EQ(batch->folders.size(), 1U);
+    EXPECT_EQ(batch->folders[0].root, folder_.path() + "t");
+    EXPECT_EQ(batch->folders[0].below, "");
 }
 
 // Ten seconds of two transfers that share a limit, on a clock of the test's own.
