@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "kestin_net/detail/memory_account.h"
 #include "kestin_net/detail/receive_buffer.h"
 #include "kestin_net/detail/send_chain.h"
 
@@ -19,7 +20,8 @@ constexpr std::size_t header_size = 8;
 // A message's header and data in, as a download does it, and out again when a write's worth waits.
 void fill_and_drain_send_chain(benchmark::State& state) {
     BufferMemory memory(memory_limit);
-    SendChain chain(memory);
+    MemoryAccount account(memory.budget);
+    SendChain chain(memory, account);
     const std::string data(static_cast<std::size_t>(state.range(0)), 'x');
     std::array<iovec, 16> slots;
     while (state.KeepRunning()) {
@@ -37,7 +39,8 @@ BENCHMARK(fill_and_drain_send_chain)->Arg(64)->Arg(64 * kibibyte);
 // A read's worth in and out in frames of that size, as an upload does it; the bytes stay unwritten.
 void take_frames_from_receive_buffer(benchmark::State& state) {
     BufferMemory memory(memory_limit);
-    ReceiveBuffer buffer(memory);
+    MemoryAccount account(memory.budget);
+    ReceiveBuffer buffer(memory, account);
     const auto frame = static_cast<std::uint64_t>(state.range(0));
     while (state.KeepRunning()) {
         buffer.commit(buffer.room().size());
@@ -53,7 +56,8 @@ BENCHMARK(take_frames_from_receive_buffer)->Arg(64)->Arg(64 * kibibyte);
 // The first bytes of a connection that was idle, and the memory given back behind them.
 void wake_and_settle_receive_buffer(benchmark::State& state) {
     BufferMemory memory(memory_limit);
-    ReceiveBuffer buffer(memory);
+    MemoryAccount account(memory.budget);
+    ReceiveBuffer buffer(memory, account);
     while (state.KeepRunning()) {
         std::memset(buffer.room().data(), 'x', header_size);
         buffer.commit(header_size);
