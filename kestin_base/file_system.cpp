@@ -29,7 +29,7 @@ bool may_exist() {
 // The path without links; empty if it can't be examined.
 std::string resolve(const char* path) {
     char* resolved = ::realpath(path, nullptr);
-    const std::string text = resolved == nullptr ? "" : resolved;
+    std::string text = resolved == nullptr ? "" : resolved;
     std::free(resolved);
     return text;
 }

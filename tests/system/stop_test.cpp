@@ -274,10 +274,17 @@ TEST(Stop, AnInterruptEndsTheProcessAtOnce) {
     EXPECT_EQ(server.stop_by(SIGINT), ended_by(SIGINT));
 }
 
+// Neither the line of a good start nor those of a failed one, which come before the network layer.
 TEST(Signals, AnOutputThatNobodyReadsDoesNotEndTheServer) {
+    const std::string with_closed_output = "exec server 3<>fifo >fifo 3<&-";
+    const ServerRoot faulty;
+    ASSERT_EQ(mkfifo((faulty.path() + "fifo").c_str(), 0600), 0);
+    std::filesystem::remove(faulty.path() + "cfg/log.ini");
+    EXPECT_EQ(start_by_shell(faulty, with_closed_output).await_exit(), exited_with(2));
+
     const ServerRoot root;
     ASSERT_EQ(mkfifo((root.path() + "fifo").c_str(), 0600), 0);
-    ChildProcess server = start_by_shell(root, "exec server 3<>fifo >fifo 3<&-");
+    ChildProcess server = start_by_shell(root, with_closed_output);
     ASSERT_TRUE(await([&] {
         return root.debug_log().find("tcp transmit service init success") != std::string::npos;
     }));
