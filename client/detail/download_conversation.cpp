@@ -379,8 +379,12 @@ Result<void> DownloadConversation::source_is_unchanged(Connection& connection) c
     if (!ended || !source || !left) {
         return !ended ? ended.error() : !source ? source.error() : left.error();
     }
-    for (const std::uint16_t status :
-         {ended->record.status, source->record.status, left->record.status}) {
+    // A stream of another connection may have been the last: then nothing runs on this one.
+    const bool was_idle = ended->record.status == message::status_invalid_connection_data;
+    if (ended->record.status != message::status_ok && !was_idle) {
+        return refusal(ended->record.status);
+    }
+    for (const std::uint16_t status : {source->record.status, left->record.status}) {
         if (status != message::status_ok) {
             return refusal(status);
         }
