@@ -5,7 +5,9 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -126,7 +128,7 @@ Listener::Accepted Listener::accept_one() {
         case ENFILE:
         case ENOBUFS:
         case ENOMEM:
-            tell_rest(Base::kestin_error_text(errno));
+            tell_rest(::strerrordesc_np(errno));
             return Accepted::no_resources;
         default:
             return Accepted::connection;
@@ -149,8 +151,14 @@ bool Listener::has_place() {
     if (taken < all) {
         return true;
     }
-    tell_rest(std::to_string(taken) + " connections are open, which is all that the limit of " +
-              std::to_string(descriptor_limit()) + " open files leaves this port");
+    // Composed where it takes no memory, which may be what is missing.
+    std::array<char, 160> reason{};
+    Base::kestin_snprintf(
+        reason.data(), reason.size(),
+        "%I64u connections are open, which is all that the limit of %I64u open files leaves "
+        "this port",
+        taken, descriptor_limit());
+    tell_rest(reason.data());
     return false;
 }
 
@@ -160,12 +168,12 @@ std::uint64_t Listener::places() const {
     return &lane_ == &environment_.lanes.first_port ? shares.first_port : shares.other_ports;
 }
 
-void Listener::tell_rest(const std::string& reason) {
+void Listener::tell_rest(const char* reason) {
     const Clock::time_point now = Clock::now();
     if (last_told_ == Clock::time_point::min() || now - last_told_ >= telling_interval) {
         last_told_ = now;
         kestin_run_log(KESTIN_LOG_WARNING, "kestin_net", "Listener::tell_rest", __LINE__,
-                       "port %u accepts no more connections for now: %s", port_, reason.c_str());
+                       "port %u accepts no more connections for now: %s", port_, reason);
     }
 }
 

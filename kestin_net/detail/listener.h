@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <string>
 
 #include "kestin_net/detail/descriptor.h"
 #include "kestin_net/detail/environment.h"
@@ -48,7 +47,7 @@ class Listener final : public EventHandler {
 
     std::uint64_t places() const;
     bool has_place();
-    void tell_rest(const std::string& reason);
+    void tell_rest(const char* reason);
     Poller& poller() { return environment_.lanes.other_ports.workers.poller(); }
 
     Environment& environment_;

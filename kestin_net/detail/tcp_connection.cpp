@@ -10,11 +10,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <span>
 #include <utility>
 
 #include "kestin_base/log.h"
-#include "kestin_base/strings.h"
 
 namespace Kestin::Net::detail {
 namespace {
@@ -445,10 +445,12 @@ void TcpConnection::log_close() {
     std::string address;
     std::uint16_t port = 0;
     get_peer_address(address, port);
-    const std::string cause = reason.error != 0 ? ": " + Base::kestin_error_text(reason.error) : "";
+    // Text that takes no memory, which may be what is missing.
+    const char* const cause = reason.error != 0 ? ::strerrordesc_np(reason.error) : nullptr;
     kestin_run_log(reason.is_common ? KESTIN_LOG_DEBUG : KESTIN_LOG_WARNING, "kestin_net",
-                   "TcpConnection::end", __LINE__, "connection <%s:%d> closed: %s%s",
-                   address.c_str(), port, reason.text, cause.c_str());
+                   "TcpConnection::end", __LINE__, "connection <%s:%d> closed: %s%s%s",
+                   address.c_str(), port, reason.text, cause != nullptr ? ": " : "",
+                   cause != nullptr ? cause : "");
 }
 
 // What the service said before it refused the peer still goes out, as far as the socket takes it.
