@@ -47,7 +47,7 @@ Result<void> accepted(std::uint16_t status) {
 }
 
 // The outcome of a request for a path.
-Result<void> named(Result<void> outcome, const RemotePath& path) {
+Result<void> named(const Result<void>& outcome, const RemotePath& path) {
     const bool is_refused = !outcome && outcome.error().kind == ErrorKind::refused;
     return is_refused ? Result<void>(refusal_of(outcome.error().status, path)) : outcome;
 }

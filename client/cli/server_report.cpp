@@ -204,15 +204,15 @@ void ExcessWatch::mark(std::vector<NodeReport>& nodes, const NodeCounts& excess)
             excess[kind] > 0 ? looks_remembered : std::max(looks_left_[kind] - 1, 0);
     }
     bool next_in_doubt = false;
-    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
-        const bool in_doubt = looks_left_[static_cast<std::size_t>(node->kind)] > 0;
+    std::for_each(nodes.rbegin(), nodes.rend(), [&](NodeReport& node) {
+        const bool in_doubt = looks_left_[static_cast<std::size_t>(node.kind)] > 0;
         if (in_doubt) {
-            node->doubt = Doubt::row;
+            node.doubt = Doubt::row;
         } else if (next_in_doubt) {
-            node->doubt = Doubt::texts;
+            node.doubt = Doubt::texts;
         }
         next_in_doubt = in_doubt;
-    }
+    });
 }
 
 }  // namespace transmit::cli

@@ -24,10 +24,17 @@ std::shared_ptr<const std::string> shared(std::string document) {
     return std::make_shared<const std::string>(std::move(document));
 }
 
+const std::shared_ptr<const std::string>& empty_document() {
+    static const auto document = shared({});
+    return document;
+}
+
 }  // namespace
 
+// The empty document is made now: `reset` runs in a destructor and must not need memory.
 CommandLineBase::CommandLineBase()
     : result_(shared("{}")), status_(http_status::precondition_failed) {
+    empty_document();
 }
 
 bool CommandLineBase::parse_block(const std::string& block) {
@@ -69,6 +76,6 @@ void CommandLineBase::reset() {
     for (auto& [name, option] : options_) {
         option.value.clear();
     }
-    result_ = shared({});
+    result_ = empty_document();
     status_ = http_status::precondition_failed;
 }
