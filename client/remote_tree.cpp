@@ -105,11 +105,11 @@ Result<void> walk_remote(RetryingConnection& server, const RemotePath& folder,
         if (!entries) {
             continue;
         }
-        for (auto entry = entries->rbegin(); entry != entries->rend(); ++entry) {
-            if (entry->is_folder && is_plain_name(entry->name)) {
-                waiting.push_front(path.empty() ? entry->name : path + '/' + entry->name);
+        std::for_each(entries->rbegin(), entries->rend(), [&](const Entry& entry) {
+            if (entry.is_folder && is_plain_name(entry.name)) {
+                waiting.push_front(path.empty() ? entry.name : path + '/' + entry.name);
             }
-        }
+        });
     }
     return {};
 }
