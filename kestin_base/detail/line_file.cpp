@@ -79,30 +79,30 @@ class LineFile::Sink {
 // The right to use the file. A thread that doesn't get it in time goes without.
 class LineFile::Turn {
   public:
-    explicit Turn(LineFile& file) : begin_(file.turn_begin_), hold_(file.mutex_, std::defer_lock) {
-        if (!hold_.try_lock()) {
-            const Clock::time_point begin = begin_;
-            const Clock::time_point counts_from =
-                begin == Clock::time_point() ? Clock::now() : begin;
-            [[maybe_unused]] const bool taken = hold_.try_lock_until(counts_from + patience);
-        }
-        if (hold_) {
-            begin_ = Clock::now();
+    explicit Turn(LineFile& file) : file_(file) {
+        std::unique_lock hold(file_.mutex_);
+        is_taken_ = file_.turn_end_.wait_until(hold, file_.turn_begin_ + patience,
+                                               [this] { return !file_.is_busy_; });
+        if (is_taken_) {
+            file_.is_busy_ = true;
+            file_.turn_begin_ = Clock::now();
         }
     }
     ~Turn() {
-        if (hold_) {
-            begin_ = Clock::time_point();
+        if (is_taken_) {
+            const std::lock_guard hold(file_.mutex_);
+            file_.is_busy_ = false;
+            file_.turn_end_.notify_one();
         }
     }
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;
 
-    explicit operator bool() const { return static_cast<bool>(hold_); }
+    explicit operator bool() const { return is_taken_; }
 
   private:
-    std::atomic<Clock::time_point>& begin_;
-    std::unique_lock<std::timed_mutex> hold_;
+    LineFile& file_;
+    bool is_taken_ = false;
 };
 
 LineFile::LineFile() = default;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -57,9 +58,13 @@ class LineFile : private Uncopy {
 
     std::atomic<bool> is_open_ = false;
     std::atomic<std::uint64_t> lost_lines_ = 0;
-    // When the thread took the mutex that has it now; the epoch while none has.
-    std::atomic<Clock::time_point> turn_begin_{};
-    std::timed_mutex mutex_;  // held for all that follows
+
+    std::mutex mutex_;  // held for the three that follow
+    std::condition_variable turn_end_;
+    bool is_busy_ = false;
+    Clock::time_point turn_begin_;
+
+    // For the thread whose turn it is.
     LineFileSettings settings_;
     std::unique_ptr<Sink> sink_;
     Clock::time_point next_look_;

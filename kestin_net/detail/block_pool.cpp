@@ -2,6 +2,8 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
+#include <cstring>
 #include <new>
 
 namespace Kestin::Net::detail {
@@ -18,9 +20,28 @@ std::byte* allocate_pages(std::size_t size) {
         ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 }
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KESTIN_NET_COPIES_PAGES
+#endif
+#endif
+
+#ifdef KESTIN_NET_COPIES_PAGES
+// The thread sanitizer doesn't see mremap(2): it takes moved pages for those that other threads had
+// at the same address.
+std::byte* resize_pages(std::byte* pages, std::size_t old_size, std::size_t new_size) {
+    std::byte* resized = allocate_pages(new_size);
+    if (resized != nullptr) {
+        std::memcpy(resized, pages, std::min(old_size, new_size));
+        release_pages(pages, old_size);
+    }
+    return resized;
+}
+#else
 std::byte* resize_pages(std::byte* pages, std::size_t old_size, std::size_t new_size) {
     return as_bytes(::mremap(pages, old_size, new_size, MREMAP_MAYMOVE));
 }
+#endif
 
 void release_pages(std::byte* pages, std::size_t size) {
     ::munmap(pages, size);

@@ -129,10 +129,10 @@ inline bool comes_to_rest() {
         clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
         return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
     };
-    for (int attempt = 0; attempt < 20; ++attempt) {
+    for (int attempt = 0; attempt < 600; ++attempt) {
         const auto before = used();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        if (used() - before < std::chrono::milliseconds(2)) {
+        if (used() - before < std::chrono::milliseconds(20)) {
             return true;
         }
     }
