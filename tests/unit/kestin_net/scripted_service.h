@@ -132,7 +132,7 @@ inline bool comes_to_rest() {
     for (int attempt = 0; attempt < 600; ++attempt) {
         const auto before = used();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        if (used() - before < std::chrono::milliseconds(20)) {
+        if (used() - before < std::chrono::milliseconds(2)) {
             return true;
         }
     }
