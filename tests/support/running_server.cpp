@@ -10,7 +10,7 @@ RunningServer::RunningServer(const ServerSettings& settings) : root_(settings) {
 
 void RunningServer::start() {
     process_.emplace(root_.program(), std::vector<std::string>{root_.program()});
-    if (!process_->await_output("tcp transmit service start success")) {
+    if (!process_->await_output(start_line)) {
         throw std::runtime_error("the server did not start:\n" + process_->output() +
                                  root_.run_log());
     }

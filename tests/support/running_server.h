@@ -8,6 +8,10 @@
 
 namespace support {
 
+// What the server prints once both ports listen.
+inline constexpr const char* start_line =
+    "tcp transmit service start success, input \"exit\" to stop it\n";
+
 // The real server, running in a root of its own and ready for clients. Ended by SIGKILL when the
 // object goes, unless it has been stopped.
 class RunningServer {

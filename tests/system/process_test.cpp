@@ -26,8 +26,8 @@ using support::ended_by;
 using support::exited_with;
 using support::RunningServer;
 using support::ServerRoot;
+using support::start_line;
 
-constexpr auto start_line = "tcp transmit service start success, input \"exit\" to stop it\n";
 constexpr int crash_status = 0xAD;
 
 TEST(Start, FindsItsFilesBesideTheExecutable) {

@@ -26,8 +26,7 @@ using support::ended_by;
 using support::exited_with;
 using support::RunningServer;
 using support::ServerRoot;
-
-constexpr auto start_line = "tcp transmit service start success, input \"exit\" to stop it\n";
+using support::start_line;
 
 // A time in which a server that isn't to stop would have stopped.
 constexpr auto while_watched = 300ms;
