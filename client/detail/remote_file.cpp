@@ -6,6 +6,7 @@
 
 #include "client/detail/data_stream.h"
 #include "client/detail/sha256.h"
+#include "client/status_text.h"
 #include "src/message/status.h"
 
 namespace transmit::detail {
@@ -96,6 +97,10 @@ Result<bool> begins_like(Connection& connection, const BatchRun& run, const Remo
                     [&](std::span<const iovec> pieces) { return comparison.add(pieces); });
     if (!stamp && stamp.error().status == message::status_access_failed) {
         return false;
+    }
+    // The upload that writes it has not ended, be it our own on a connection that broke.
+    if (!stamp && stamp.error().kind == ErrorKind::file_changed && source.unchanged()) {
+        return refusal(message::status_file_in_use);
     }
     if (!stamp) {
         return stamp.error();

@@ -28,7 +28,8 @@ Result<std::string> remote_sha256(Connection& connection, const BatchRun& run,
                                   const RemotePath& file);
 
 // Whether the file is the first `size` bytes of the source, as far as the options want it checked.
-// A file that isn't there is not.
+// A file that isn't there is not. One that changes meanwhile is refused as in use, which is worth
+// another attempt.
 Result<bool> begins_like(Connection& connection, const BatchRun& run, const RemotePath& file,
                          std::int64_t size, const SourceFile& source);
 

@@ -168,7 +168,7 @@ TEST_F(ClientTransferTest, ASourceThatChangesOnTheWayIsSentAsItIsInTheEnd) {
     stored_file::put(local, content, file_time);
     const auto summary = put(local, "f", watch);
     ASSERT_TRUE(summary.complete());
-    EXPECT_EQ(watch.starts_over.size(), 1U);
+    EXPECT_EQ(watch.starts_over.size(), 1U) << testing::PrintToString(watch.starts_over);
     EXPECT_TRUE(read_file(in_storage("f")) == later);
 }
 

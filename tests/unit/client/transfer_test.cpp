@@ -190,6 +190,18 @@ TEST_F(Transfer, APartThatMayStillBeWrittenIsNotSentOntoUnasked) {
     EXPECT_EQ(watch_.starts_over, 0);
 }
 
+// The server may still write what an earlier connection brought: that is worth another attempt.
+TEST_F(Transfer, APartThatGrowsWhileItIsComparedIsInUse) {
+    ScriptedPeer peer({greeted([&](PeerConnection& connection) {
+        list(connection, "<root><file name='a.bin.tcp' size='1000' time='" +
+                             std::to_string(source_time) + "'/></root>");
+        start_download(connection, 1000);
+        send_block(connection, content_.substr(0, 1500));
+    })});
+    EXPECT_EQ(upload(peer, hasty(0s)).error().status, message::status_file_in_use);
+    EXPECT_EQ(watch_.starts_over, 0);
+}
+
 TEST_F(Transfer, UploadStopsWhenTheServerReportsAFailedBlock) {
     std::filesystem::resize_file(source_, 1'000'000'000);
     ScriptedPeer peer({empty([](PeerConnection& connection) {
