@@ -47,6 +47,19 @@ std::uint64_t room_behind(std::int64_t position) {
     return static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max() - position);
 }
 
+bool is_file_at(const struct stat& file, const char* path) {
+    struct stat found {};
+    return detail::examine_link(path, found) && detail::is_same(file, found);
+}
+
+bool retry_on_signal(int (*call)(int), int descriptor) {
+    int result = 0;
+    do {
+        result = call(descriptor);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
 std::uint64_t free_room(int descriptor) {
     struct statfs facts {};
     return ::fstatfs(descriptor, &facts) == 0 ? static_cast<std::uint64_t>(facts.f_bavail) *
@@ -109,9 +122,12 @@ File::Lock File::lock() {
 
 bool File::is_at(const char* path) const {
     struct stat mine {};
-    struct stat there {};
-    return ::fstat(descriptor_, &mine) == 0 && detail::examine_link(path, there) &&
-           detail::is_same(mine, there);
+    return ::fstat(descriptor_, &mine) == 0 && is_file_at(mine, path);
+}
+
+bool File::is_at(const char* path, std::int64_t size) const {
+    struct stat mine {};
+    return ::fstat(descriptor_, &mine) == 0 && mine.st_size == size && is_file_at(mine, path);
 }
 
 PathFacts File::look() const {
@@ -197,11 +213,11 @@ bool File::flush() const {
 }
 
 bool File::sync() {
-    int result = 0;
-    do {
-        result = ::fdatasync(descriptor_);
-    } while (result != 0 && errno == EINTR);
-    return result == 0 && give_back_reserve();
+    return retry_on_signal(::fdatasync, descriptor_) && give_back_reserve();
+}
+
+bool File::sync_attributes() const {
+    return retry_on_signal(::fsync, descriptor_);
 }
 
 // Setting a file to the length that it has frees what was set aside behind it. Called when the

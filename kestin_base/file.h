@@ -37,8 +37,11 @@ class File : private Uncopy {
     enum class Lock { taken, held, unsupported };
     Lock lock();
 
-    // Whether this very file stands at `path`; a link there counts as another file.
+    // Whether `path` names this very file; a link there counts as another file.
     bool is_at(const char* path) const;
+
+    // The same, and whether the file has `size` bytes.
+    bool is_at(const char* path, std::int64_t size) const;
 
     // What `kestin_look_at` tells of a path, of the open file.
     PathFacts look() const;
@@ -82,6 +85,9 @@ class File : private Uncopy {
     // Returns true once the file's bytes and its length are on the disk (fdatasync(2)). After a
     // false nothing is known of them, and a later true doesn't change that.
     bool sync();
+
+    // Writes data and all attributes to the disk (fsync(2)).
+    bool sync_attributes() const;
 
     // Cuts the file to `size` bytes.
     bool truncate(std::int64_t size) const;

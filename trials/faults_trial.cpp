@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <string>
 
+#include "tests/support/files.h"
 #include "tests/system/measure.h"
 #include "tests/system/process_figures.h"
 #include "tests/system/server_test.h"
+#include "tests/system/stored_file.h"
 #include "trials/conversation.h"
 #include "trials/faulty_server.h"
 
@@ -30,6 +32,7 @@ struct Kind {
 
 const std::vector<Kind> kinds = {
     {"write", Call::write, {ENOSPC, EIO, EDQUOT, EINTR, cut_short}},
+    {"fdatasync", Call::sync, {ENOSPC, EIO, EDQUOT, EINTR}},
     {"fallocate", Call::reserve, {ENOSPC, EIO, EOPNOTSUPP}},
     {"close", Call::close, {ENOSPC, EIO, EDQUOT, EINTR}},
     {"open", Call::open, {ENOSPC, EIO, EDQUOT, EINTR, EMFILE, ENOMEM}},
@@ -116,6 +119,69 @@ TEST_F(FaultTrial, NoFaultOfTheSystemEndsTheServerOrMakesAnAnswerUntrue) {
     EXPECT_TRUE(
         await([&] { return process_figures::open_descriptors(server().pid()) <= descriptors; }));
     EXPECT_EQ(server().stop(), support::exited_with(0));
+}
+
+// A later sync may succeed although bytes are lost, so an upload whose sync failed goes back to its
+// last checkpoint.
+class SyncTrial : public testing::Test {
+  protected:
+    request::Upload upload(const std::string& name) const {
+        return {.path = name, .size = std::ssize(bytes_), .time = 1000};
+    }
+
+    // What a client that comes back learns.
+    UploadPrepared prepare_again(const std::string& name) {
+        return Peer(faulty_.server().transmit_port()).prepare(upload(name));
+    }
+
+    const std::string bytes_ = support::random_bytes(3 << 20, 1);
+    trials::FaultyServer faulty_{support::ServerSettings{
+        .further = "<durable_upload>true</durable_upload><checkpoint_mib>1</checkpoint_mib>"}};
+};
+
+TEST_F(SyncTrial, ACheckpointThatFailsEndsTheUpload) {
+    struct Case {
+        int first;  // sync that fails: the data's, or that of the note
+        std::int64_t kept;
+    };
+    for (const Case& faulted : {Case{1, 0}, Case{2, 1 << 20}}) {
+        SCOPED_TRACE(faulted.first);
+        const std::string name = "n" + std::to_string(faulted.first);
+        {
+            Peer peer(faulty_.server().transmit_port());
+            peer.prepare(upload(name));
+            faulty_.order({.call = Call::sync, .error = EIO, .first = faulted.first});
+            peer.send_file_data(bytes_);
+            EXPECT_EQ(peer.receive<message::UploadFileData>().status, message::status_write_failed);
+            faulty_.end_order();
+        }
+        const UploadPrepared kept{message::status_file_incomplete, faulted.kept};
+        EXPECT_EQ(prepare_again(name), kept);
+    }
+}
+
+TEST_F(SyncTrial, AFinishThatCantSyncIsRefused) {
+    for (const int first : {1, 2}) {  // of the file, of its folder
+        SCOPED_TRACE(first);
+        const std::string name = "n" + std::to_string(first);
+        {
+            Peer peer(faulty_.server().transmit_port());
+            peer.prepare(upload(name));
+            peer.send_file_data(bytes_);
+            ASSERT_EQ(peer.ask(request::check_storage_id(1)), message::status_ok);
+            faulty_.order({.call = Call::sync, .error = EIO, .first = first});
+            EXPECT_EQ(peer.finish_upload(), message::status_rename_failed);
+            faulty_.end_order();
+        }
+        EXPECT_EQ(stored_file::exists(faulty_.server().storage_folder() + name), first == 2);
+        Peer peer(faulty_.server().transmit_port());
+        const UploadPrepared prepared = peer.prepare(upload(name));
+        if (prepared.status == message::status_file_incomplete) {
+            peer.send_file_data(std::string_view(bytes_).substr(std::size_t(prepared.offset)));
+            EXPECT_EQ(peer.finish_upload(), message::status_ok);
+        }
+        EXPECT_TRUE(support::read_file(faulty_.server().storage_folder() + name) == bytes_);
+    }
 }
 
 }  // namespace

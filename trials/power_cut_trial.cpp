@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -30,6 +31,7 @@ using message::status_ok;
 
 constexpr unsigned clients = 20;
 constexpr std::size_t block = 60'000;
+constexpr std::size_t checkpoint = 20 * block;  // a little more than the server's
 
 const std::string all_bytes = support::random_bytes(24 << 20, 7);
 
@@ -72,6 +74,7 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
     // The clients put files until the power goes, which it does when so many blocks have been sent.
     void cut_during_uploads(int blocks) {
         acknowledged_.clear();
+        written_.clear();
         std::atomic<int> left{blocks};
         std::vector<std::jthread> threads;
         for (unsigned client = 0; client < clients; ++client) {
@@ -96,7 +99,8 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
                 }
                 const std::string_view bytes = content_of(number);
                 const bool breaks_off = random() % 4 == 0;
-                send(*peer, breaks_off ? bytes.substr(0, random() % bytes.size()) : bytes, left);
+                const std::size_t length = breaks_off ? random() % bytes.size() : bytes.size();
+                send(*peer, number, bytes.substr(0, length), left);
                 if (breaks_off) {
                     peer = std::make_unique<Peer>(server_->transmit_port());
                 } else if (peer->finish_upload() == status_ok) {
@@ -112,10 +116,15 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
         left = 0;
     }
 
-    static void send(Peer& peer, std::string_view bytes, std::atomic<int>& left) {
+    // The answer to another request says that the server has written what came before it.
+    void send(Peer& peer, std::int64_t number, std::string_view bytes, std::atomic<int>& left) {
         for (std::size_t at = 0; at < bytes.size(); at += block) {
             peer.send_file_data(bytes.substr(at, block));
             --left;
+            if (at % checkpoint == 0 && peer.ask(request::check_storage_id(1)) == status_ok) {
+                const std::lock_guard lock(mutex_);
+                written_[number] = at;
+            }
         }
     }
 
@@ -131,6 +140,15 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
             const std::string bytes = support::read_file(path);
             EXPECT_TRUE(content_of(number).starts_with(bytes)) << path << ' ' << bytes.size();
             (is_final ? files_ : stamped_) += 1;
+        }
+    }
+
+    // With checkpoints no more is lost than what comes between two of them.
+    void check_checkpoints(std::int64_t number, std::int64_t offset) {
+        const auto written = written_.find(number);
+        if (GetParam().is_durable && written != written_.end()) {
+            EXPECT_GE(offset + 2 * std::int64_t{checkpoint}, std::int64_t(written->second))
+                << number;
         }
     }
 
@@ -158,6 +176,7 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
             const std::string_view bytes = content_of(number);
             const UploadPrepared prepared = peer.prepare(upload_of(number));
             if (prepared.status == status_file_incomplete) {
+                check_checkpoints(number, prepared.offset);
                 continued_ += static_cast<std::uint64_t>(prepared.offset);
                 peer.send_file_data(bytes.substr(static_cast<std::size_t>(prepared.offset)));
                 EXPECT_EQ(peer.finish_upload(), status_ok);
@@ -173,6 +192,7 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
     std::int64_t first_number_ = 1;
     std::mutex mutex_;
     std::vector<std::int64_t> acknowledged_;
+    std::map<std::int64_t, std::size_t> written_;  // at least so many bytes of each
     int files_ = 0;
     int stamped_ = 0;
     std::uint64_t continued_ = 0;

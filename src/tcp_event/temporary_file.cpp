@@ -141,9 +141,10 @@ bool TemporaryFile::note_checkpoint() {
     is_noted_ = file_.set_attribute(checkpoint_attribute, text);
     if (!is_noted_) {
         policy_.checkpoint_size = 0;
+        return true;
     }
     checkpoint_ = size_;
-    return true;
+    return keep_intact(file_.sync_attributes());
 }
 
 bool TemporaryFile::settle() {
@@ -173,10 +174,12 @@ bool TemporaryFile::keep_intact(bool is_stored) {
 }
 
 bool TemporaryFile::is_in_place() const {
-    return file_.is_at(path_.c_str()) && file_.look().size == size_;
+    return file_.is_at(path_.c_str(), size_);
 }
 
 void TemporaryFile::spoil() {
+    const int reason = errno;
     is_stamped_ = false;
     file_.set_time(announced_time_ == 0 ? 1 : 0);
+    errno = reason;
 }

@@ -24,10 +24,10 @@ struct WritePolicy {
 // stamp vouches for the file's bytes: they are on the disk, unless the file was complete and about
 // to get its final name. A file without its stamp isn't continued.
 //
-// A checkpoint does the same for an upload that is cut short by a kill or a power cut: when that
-// many bytes have come, they are synced, and an attribute of the file notes their number and the
-// announced time. `open` takes a file that has such a note back to it. So a stamp that couldn't be
-// set is made up for, and no reader of stamps has to know of checkpoints.
+// A checkpoint does the same for an upload that is cut short by a kill or a power cut. Whenever
+// that many bytes have come, they are synced; then an attribute of the file notes their number and
+// the announced time, and is synced as well. `open` cuts a file that has such a note to the noted
+// size and stamps it, so no reader of stamps has to know of checkpoints.
 class TemporaryFile : private Kestin::Base::Uncopy {
   public:
     using Block = Kestin::Base::File::Piece;
@@ -73,7 +73,7 @@ class TemporaryFile : private Kestin::Base::Uncopy {
     // Whether this very file, with the bytes that were written to it, stands at its path.
     bool is_in_place() const;
 
-    // Sets a time that isn't the announced one, so that no prepare continues the file.
+    // Sets a time that isn't the announced one, so that no prepare continues the file. Keeps errno.
     void spoil();
 
     const std::string& path() const { return path_; }

@@ -15,6 +15,7 @@ enum class Call : int {
     rename,
     unlink,
     set_time,
+    sync,
     make_folder,
     open_folder,
     read_folder,

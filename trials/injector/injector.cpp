@@ -167,6 +167,16 @@ ssize_t sendmsg(int socket, const msghdr* message, int flags) {
     return part < 0 ? -1 : next_sendmsg(socket, part == 1 ? &cut : message, flags);
 }
 
+int fdatasync(int file) {
+    NEXT(fdatasync);
+    wait_for(file);
+    return fails(Call::sync) ? -1 : next_fdatasync(file);
+}
+int fsync(int file) {
+    NEXT(fsync);
+    wait_for(file);
+    return fails(Call::sync) ? -1 : next_fsync(file);
+}
 int fallocate(int file, int mode, off_t offset, off_t length) {
     NEXT(fallocate);
     wait_for(file);
