@@ -1,6 +1,7 @@
 #include "src/norvane_transmit_node/file_steps.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "kestin_base/file_system.h"
 #include "kestin_base/record.h"
@@ -18,7 +19,8 @@ bool find_storage(const OperationLog& log, std::uint32_t storage_id) {
 
 message::Status examine_path(const OperationLog& log, const std::string& path, PathFacts& facts) {
     facts = kestin_look_at(path.c_str());
-    if (!facts.exists) {
+    const bool is_barred = facts.is_unknown && (errno == EACCES || errno == ELOOP);
+    if (!facts.exists || is_barred) {
         return refuse_access(log, system_cause(), path);
     }
     if (!facts.is_examined) {

@@ -14,7 +14,8 @@
 // Whether a storage has that number.
 bool find_storage(const OperationLog& log, std::uint32_t storage_id);
 
-// Looks at what stands at a path; a status other than 0 if there is nothing or it can't be told.
+// Looks at what stands at a path. status_access_failed: nothing does, or a folder or a link on the
+// way doesn't lead there; status_path_stat_failed: it can't be examined.
 message::Status examine_path(const OperationLog& log, const std::string& path,
                              Kestin::Base::PathFacts& facts);
 message::Status refuse_access(const OperationLog& log, SystemCause cause, const std::string& path);

@@ -165,8 +165,8 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
 
     // The conversations' own steps, each beside its handlers.
     message::Status begin_upload(const OperationLog& log, std::unique_ptr<TemporaryFile> temporary,
-                                 const std::string& target_path, UploadAnnouncement announcement,
-                                 std::int64_t& offset);
+                                 const std::string& target_path, Kestin::Base::PathFacts target,
+                                 UploadAnnouncement announcement, std::int64_t& offset);
     bool send_download_file_data(Connection* connection, DownloadFileTcpEvent* event);
     bool send_download_data_response(Connection* connection, message::Status status,
                                      std::string_view data);

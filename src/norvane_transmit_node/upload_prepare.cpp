@@ -181,19 +181,19 @@ message::Status NorvaneTransmitNode::do_handle_upload_file_prepare_request(
         status != message::status_ok) {
         return status;
     }
-    return begin_upload(log, std::move(temporary), target_path,
+    return begin_upload(log, std::move(temporary), target_path, target,
                         {.encrypted = request.encrypted != 0,
                          .file_size = request.file_size,
                          .file_time = request.file_time},
                         response.offset);
 }
 
-// The temporary file is locked, so what stands on the disk now is what counts: before the lock,
-// another server may have put its file in place. A transfer that was running on this node ends
-// where the new one begins, and every failure leaves it alone.
+// `target` was seen before the temporary file was locked. Unless nothing stood at either name,
+// another server may have replaced the target since, so it is looked at again. A transfer that was
+// running on this node ends where the new one begins, and every failure leaves it alone.
 message::Status NorvaneTransmitNode::begin_upload(const OperationLog& log,
                                                   std::unique_ptr<TemporaryFile> temporary,
-                                                  const std::string& target_path,
+                                                  const std::string& target_path, PathFacts target,
                                                   UploadAnnouncement announcement,
                                                   std::int64_t& offset) {
     UploadFileTcpEvent::Pointer event = UploadFileTcpEvent::acquire();
@@ -201,7 +201,9 @@ message::Status NorvaneTransmitNode::begin_upload(const OperationLog& log,
         log.error("acquire new upload event failed (%s)", UploadFileTcpEvent::name);
         return message::status_acquire_event_failed;
     }
-    const PathFacts target = kestin_look_at(target_path.c_str());
+    if (target.exists || !temporary->is_new()) {
+        target = kestin_look_at(target_path.c_str());
+    }
     if (target.is_unknown) {
         return refuse_to_open(log, system_cause(), temporary->path());
     }
