@@ -84,7 +84,7 @@ void EventLoop::handle_events(std::uint32_t) {
     timer.wake_by(environment_.connections.break_overdue(now));
     timer.wake_by(environment_.peer_watch.tick(environment_.connections, now));
     timer.wake_by(environment_.memory_relief.tick(environment_.connections, now));
-    timer.end_tick(environment_.lanes.other_ports.workers.poller(), *this);
+    timer.end_tick();
 }
 
 bool EventLoop::open_events() {

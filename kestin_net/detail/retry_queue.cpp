@@ -1,17 +1,12 @@
 #include "kestin_net/detail/retry_queue.h"
 
-#include <sys/epoll.h>
-#include <sys/timerfd.h>
-
+#include <algorithm>
 #include <utility>
 
 namespace Kestin::Net::detail {
 
-// On Linux the steady clock is CLOCK_MONOTONIC, so its times are the timer's.
 bool RetryQueue::open(Poller& poller) {
-    poller_ = &poller;
-    timer_ = Descriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-    return timer_.is_open() && poller.add(timer_.number(), EPOLLIN, *this);
+    return timer_.open(poller, *this);
 }
 
 void RetryQueue::add(Entry& entry) {
@@ -20,7 +15,7 @@ void RetryQueue::add(Entry& entry) {
     entry.next_ = nullptr;
     if (first_ == nullptr) {
         first_ = &entry;
-        set_timer(entry.due_);
+        call_first();
     } else {
         last_->next_ = &entry;
     }
@@ -31,7 +26,7 @@ void RetryQueue::add(Entry& entry) {
 // the next one meanwhile.
 void RetryQueue::handle_events(std::uint32_t) {
     Entry* const entry = take_first();
-    poller_->arm(timer_.number(), EPOLLIN, *this);
+    timer_.arm();
     if (entry != nullptr) {
         entry->handle_events(0);
     }
@@ -39,28 +34,21 @@ void RetryQueue::handle_events(std::uint32_t) {
 
 RetryQueue::Entry* RetryQueue::take_first() {
     const MutexGuard guard(mutex_);
-    std::uint64_t expirations = 0;
-    [[maybe_unused]] const auto size = ::read(timer_.number(), &expirations, sizeof expirations);
+    timer_.drain();
     if (first_ == nullptr) {
         return nullptr;
     }
     Entry* const entry = std::exchange(first_, first_->next_);
     if (first_ != nullptr) {
-        set_timer(first_->due_);
+        call_first();
     }
     return entry;
 }
 
-// A time that has passed makes the timer fire at once.
-void RetryQueue::set_timer(Clock::time_point when) {
-    using std::chrono::duration_cast;
-    const auto since_start = when.time_since_epoch();
-    const auto seconds = duration_cast<std::chrono::seconds>(since_start);
-    itimerspec setting{};
-    setting.it_value.tv_sec = seconds.count();
-    setting.it_value.tv_nsec =
-        duration_cast<std::chrono::nanoseconds>(since_start - seconds).count();
-    ::timerfd_settime(timer_.number(), TFD_TIMER_ABSTIME, &setting, nullptr);
+// Many entries that are due at once are called one by one, so that they leave the processor to
+// those that don't wait.
+void RetryQueue::call_first() {
+    timer_.set(std::max(first_->due_, Clock::now() + retry_interval / most_retries));
 }
 
 }  // namespace Kestin::Net::detail

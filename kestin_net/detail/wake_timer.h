@@ -1,9 +1,9 @@
 #pragma once
 
-#include "kestin_net/detail/descriptor.h"
 #include "kestin_net/detail/mutex.h"
 #include "kestin_net/detail/poller.h"
 #include "kestin_net/detail/settings.h"
+#include "kestin_net/detail/timer.h"
 
 namespace Kestin::Net::detail {
 
@@ -18,12 +18,10 @@ class WakeTimer {
 
     // The handler's frame: `begin_tick` before it looks at what waits, `end_tick` after it.
     void begin_tick();
-    void end_tick(Poller& poller, EventHandler& handler);
+    void end_tick() { timer_.arm(); }
 
   private:
-    void set(Clock::time_point when) KESTIN_NET_REQUIRES(mutex_);
-
-    Descriptor timer_;
+    Timer timer_;
     Mutex mutex_;
     Clock::time_point next_ KESTIN_NET_GUARDED_BY(mutex_) = Clock::time_point::max();
 };

@@ -42,13 +42,14 @@ bool WorkerPool::stop(Clock::time_point give_up) {
 
 void WorkerPool::start_worker() {
     Worker& worker = workers_.emplace_back();
+    ++thread_count_;
     try {
         worker.thread = std::thread([this, &worker] { work(worker); });
     } catch (...) {
+        --thread_count_;
         workers_.pop_back();
         throw;
     }
-    ++thread_count_;
 }
 
 void WorkerPool::work(Worker& worker) {
