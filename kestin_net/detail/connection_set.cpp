@@ -48,18 +48,38 @@ bool ConnectionSet::check_peers() {
 
 ConnectionSet::Pressure ConnectionSet::look_at_memory(const MemoryBudget& budget,
                                                       const Limits& limits, Clock::time_point now) {
-    Pressure pressure;
-    TcpConnection* favorite = nullptr;
-    TcpConnection* longest_waiting = nullptr;
     const MutexGuard guard(mutex_);
+    Pressure pressure;
+    pressure.returning = returning_memory();
     for (const auto& [address, connection] : connections_) {
         const bool is_silent = connection->holds_silently_since(limits.silent_since, now);
-        if (is_silent && budget.is_short(pressure.returning)) {
+        if (is_silent && !connection->is_broken() && budget.is_short(pressure.returning)) {
             connection->break_off(close_reason::silent_holder);
-        }
-        if (connection->is_broken()) {
             pressure.returning += connection->held_memory();
-        } else if (connection->is_favorite()) {
+        }
+    }
+    choose_favorite(pressure, limits, now);
+    return pressure;
+}
+
+// Of those that are broken already; their memory is back when a thread has ended them.
+std::uint64_t ConnectionSet::returning_memory() const {
+    std::uint64_t returning = 0;
+    for (const auto& [address, connection] : connections_) {
+        returning += connection->is_broken() ? connection->held_memory() : 0;
+    }
+    return returning;
+}
+
+void ConnectionSet::choose_favorite(Pressure& pressure, const Limits& limits,
+                                    Clock::time_point now) const {
+    TcpConnection* favorite = nullptr;
+    TcpConnection* longest_waiting = nullptr;
+    for (const auto& [address, connection] : connections_) {
+        if (connection->is_broken()) {
+            continue;
+        }
+        if (connection->is_favorite()) {
             favorite = connection.get();
         } else if (connection->waits_for_memory() &&
                    (longest_waiting == nullptr ||
@@ -67,14 +87,14 @@ ConnectionSet::Pressure ConnectionSet::look_at_memory(const MemoryBudget& budget
             longest_waiting = connection.get();
         }
     }
-    pressure.is_waiting = favorite != nullptr || longest_waiting != nullptr;
+    const bool others_wait = longest_waiting != nullptr;
+    pressure.is_waiting = favorite != nullptr || others_wait;
     if (favorite != nullptr) {
-        pressure.favorite_stalls =
-            favorite->keeps_others_waiting(limits.stalled_since, limits.favored_since);
-    } else if (longest_waiting != nullptr) {
+        pressure.favorite_stalls = (others_wait || favorite->waits_for_memory()) &&
+                                   favorite->is_stalled(limits.stalled_since, limits.favored_since);
+    } else if (others_wait) {
         longest_waiting->favor(now);
     }
-    return pressure;
 }
 
 void ConnectionSet::break_largest_holder() {

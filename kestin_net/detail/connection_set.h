@@ -66,6 +66,10 @@ class ConnectionSet {
     void clear();
 
   private:
+    std::uint64_t returning_memory() const KESTIN_NET_REQUIRES(mutex_);
+    void choose_favorite(Pressure& pressure, const Limits& limits, Clock::time_point now) const
+        KESTIN_NET_REQUIRES(mutex_);
+
     Mutex mutex_;
     std::unordered_map<const TcpConnection*, std::unique_ptr<TcpConnection>> connections_
         KESTIN_NET_GUARDED_BY(mutex_);

@@ -77,12 +77,11 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     // of this function saw.
     bool holds_silently_since(Clock::time_point when, Clock::time_point now);
 
-    // The favorite may use the memory budget's reserve, until it has what it waited for. It keeps
-    // the others waiting if it has moved no byte or has been the favorite since the times.
+    // The favorite may use the memory budget's reserve until its frame is complete. It is stalled
+    // if it has moved no byte since the first time, or has been the favorite since the second.
     void favor(Clock::time_point now);
     bool is_favorite() const { return is_favorite_.load(std::memory_order_relaxed); }
-    bool keeps_others_waiting(Clock::time_point stalled_since,
-                              Clock::time_point favored_since) const {
+    bool is_stalled(Clock::time_point stalled_since, Clock::time_point favored_since) const {
         return seen_at_ <= stalled_since || favored_at_ <= favored_since;
     }
 

@@ -623,16 +623,17 @@ TEST_F(MemoryTest, WithoutAnyTheFloorServesAFrameAndTwoBlocks) {
     EXPECT_TRUE(serves_small_requests());
 }
 
+// A frame fits into half of the reserve, as the largest one does in the real budget.
 TEST_F(MemoryTest, IncompleteFramesWaitAndAreTakenOneAfterTheOtherWhenMemoryComesBack) {
     auto loop = start();
-    send_beginnings(6, 4000);
+    send_beginnings(12, 2000);
     for (int i = 0; i < 20; ++i) {
         ASSERT_TRUE(serves_small_requests());
     }
     EXPECT_LE(service_.closes.count(), 20U);
     // Those that got their memory finish, and what they give back lets the others finish.
     finish_frames();
-    EXPECT_EQ(finished_, 6);
+    EXPECT_EQ(finished_, 12);
 }
 
 TEST_F(MemoryTest, FramesThatWaitForEachOtherEndWithTheLargestHolder) {
@@ -644,6 +645,24 @@ TEST_F(MemoryTest, FramesThatWaitForEachOtherEndWithTheLargestHolder) {
     EXPECT_GT(finished_, 0);
     EXPECT_LT(finished_, 12);
     EXPECT_TRUE(serves_small_requests());
+}
+
+TEST_F(MemoryTest, FrameThatPausesStaysWhenNobodyElseWaitsForMemory) {
+    settings_.memory_budget = 64 * mebibyte;
+    settings_.memory_patience = std::chrono::milliseconds(300);
+    auto loop = start();
+    constexpr std::uint64_t answer = 30 * 1024;
+    RawSocket lazy(port_);
+    lazy.send(request("send", answer));
+    ASSERT_EQ(lazy.receive(1), "s");
+    // Beside that answer, the frame is complete only if it gets memory of the reserve.
+    const std::string whole = frame(15 * 1024);
+    RawSocket paused(port_);
+    ASSERT_TRUE(paused.send(whole.substr(0, whole.size() - 1)));
+    ASSERT_EQ(lazy.receive(1024 * answer - 1).size(), 1024 * answer - 1);
+    EXPECT_FALSE(service_.closes.await(1, std::chrono::seconds(2)));
+    paused.send("x");
+    EXPECT_EQ(paused.receive(1), "k");
 }
 
 TEST_F(MemoryTest, PeerThatLeavesWhileItsFrameWaitsGivesItsMemoryBack) {
