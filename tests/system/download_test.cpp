@@ -104,6 +104,7 @@ TEST_F(DownloadTest, RefusesWithoutHarmToARunningTransfer) {
     const std::string too_long = std::string(250, 'p') + "/" + std::string(250, 'q') + "/" +
                                  std::string(250, 'r') + "/" + std::string(250, 's');
     std::filesystem::create_directories(in_storage(std::filesystem::path(too_long).parent_path()));
+    std::filesystem::create_symlink("ring", in_storage("ring"));
     start_long_download();
     struct Refusal {
         Download download;
@@ -118,6 +119,9 @@ TEST_F(DownloadTest, RefusesWithoutHarmToARunningTransfer) {
          message::status_access_failed,
          "can not access file (" + in_storage("missing") + ")"},
         {{.path = "long/below"}, message::status_access_failed, "can not access file"},
+        {{.path = "ring/below"},
+         message::status_access_failed,
+         "can not access file (" + in_storage("ring/below") + ")"},
         {{.path = "folder"},
          message::status_path_is_directory,
          "path is a directory (" + in_storage("folder") + ")"},
