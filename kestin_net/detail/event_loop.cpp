@@ -23,6 +23,16 @@ std::uint64_t lowest_free_descriptor() {
 
 }  // namespace
 
+// The threads use the connections until they end.
+EventLoop::~EventLoop() {
+    if (!stop()) {
+        constexpr auto no_limit = Clock::time_point::max();
+        environment_.lanes.other_ports.workers.stop(no_limit);
+        environment_.lanes.first_port.workers.stop(no_limit);
+        ends_announced_.wait();
+    }
+}
+
 // All ports listen before the first thread runs, so that no callback comes if one can't be had.
 bool EventLoop::start(std::span<const std::uint16_t> ports) {
     if (!open_events() || !listen(ports)) {
@@ -54,7 +64,7 @@ bool EventLoop::stop() {
 // On a thread of its own, since an on_close may hang too.
 bool EventLoop::announce_ends(Clock::time_point give_up) {
     const auto done = std::make_shared<std::promise<void>>();
-    std::future<void> end = done->get_future();
+    ends_announced_ = done->get_future();
     std::thread announcer;
     try {
         announcer = std::thread([this, give_up, done] {
@@ -64,9 +74,10 @@ bool EventLoop::announce_ends(Clock::time_point give_up) {
         });
     } catch (const std::system_error&) {
         environment_.connections.announce_ends(give_up);
+        done->set_value();
         return true;
     }
-    if (end.wait_until(give_up + 2 * retry_interval) != std::future_status::ready) {
+    if (ends_announced_.wait_until(give_up + 2 * retry_interval) != std::future_status::ready) {
         announcer.detach();
         return false;
     }

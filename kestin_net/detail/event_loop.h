@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <future>
 #include <span>
 #include <string>
 
@@ -24,7 +25,7 @@ class EventLoop final : private EventHandler {
     EventLoop(TcpServiceBase& service, const Settings& settings)
         : environment_(service, settings) {}
     // Waits for all threads, however long a callback hangs.
-    ~EventLoop() override { stop(); }
+    ~EventLoop() override;
 
     // Returns false, with nothing left behind but for `stop`, if it can't listen on a port or the
     // system has no descriptors or threads left. `failure` then tells which of these, as
@@ -55,6 +56,8 @@ class EventLoop final : private EventHandler {
 
     Environment environment_;
     std::deque<Listener> listeners_;
+    // Ready when the last on_close of `stop` has returned.
+    std::future<void> ends_announced_;
     std::string failure_;
 };
 

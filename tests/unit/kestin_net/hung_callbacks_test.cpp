@@ -27,6 +27,7 @@ using Kestin::Net::NetSwitch;
 using Kestin::Net::TcpManager;
 using Kestin::Net::detail::EventLoop;
 using Kestin::Net::detail::Lanes;
+using Kestin::Net::detail::Settings;
 using support::RawSocket;
 
 constexpr std::uint64_t usual_threads = 2;
@@ -136,6 +137,21 @@ TEST_F(HungCallbacksTest, StopClosesTheOthersAndLeavesThemBehind) {
     EXPECT_TRUE(await([] { return NetSwitch::instance().running_threads() == 0; }));
     EXPECT_EQ(service_.closes.count(), 2U);
     EXPECT_FALSE(is_hung_closed);
+}
+
+TEST_F(HungCallbacksTest, LoopIsDestroyedAfterTheLastCallback) {
+    auto loop = std::make_unique<EventLoop>(service_, Settings{.thread_count = usual_threads});
+    ASSERT_TRUE(loop->start(ports_));
+    hang(1);
+    ASSERT_TRUE(hangs_.await(1));
+    std::thread releaser([this] {
+        EXPECT_TRUE(hanging_.front()->await_close()) << "the stop gives up";
+        EXPECT_EQ(NetSwitch::instance().running_threads(), 1U);
+        release();
+    });
+    loop.reset();
+    EXPECT_EQ(NetSwitch::instance().running_threads(), 0U);
+    releaser.join();
 }
 
 TEST_F(HungCallbacksTest, StopDoesNotWaitForAnEndThatHangs) {
