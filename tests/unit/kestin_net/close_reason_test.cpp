@@ -126,9 +126,9 @@ TEST_F(CloseReasonTest, SilenceWhileMemoryIsShort) {
 }
 
 TEST_F(CloseReasonTest, MostMemoryWhileItIsShort) {
-    settings_.memory_budget = 256 * mebibyte;
+    settings_.memory_budget = 128 * mebibyte;
     start();
-    EXPECT_EQ(reason_after("send230"), "it held the most memory while memory was short");
+    EXPECT_EQ(reason_after("send118"), "it held the most memory while memory was short");
 }
 
 TEST_F(CloseReasonTest, NoneForAnEndThatPeerOrServiceChose) {
