@@ -37,7 +37,7 @@ struct Environment {
     // How many descriptors the process had open before the first connection came.
     std::uint64_t own_descriptors = 0;
 
-    // Whose event a thread took last; only to be compared with.
+    // The handler whose event a thread took last. It may be gone: compare it, never call it.
     std::atomic<const EventHandler*> last_served = nullptr;
 };
 

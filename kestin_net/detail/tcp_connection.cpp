@@ -87,11 +87,11 @@ void TcpConnection::handle_events(std::uint32_t events) {
         // Bytes that wait to be offered again are enough: more are read when these were taken.
         events = EPOLLOUT | (offer_due_ ? 0U : std::uint32_t{EPOLLIN});
     }
-    if (std::exchange(waits_for_memory_, false)) {
+    if (std::exchange(memory_refused_, false)) {
         events = EPOLLOUT | EPOLLIN;
     }
     const bool goes_on = !ended_ && !is_broken() && take_turns(events);
-    if (goes_on && (postponed_ || waits_for_memory_)) {
+    if (goes_on && (postponed_ || memory_refused_)) {
         wait_for_retry();
     } else if (!goes_on || !arm()) {
         end();
@@ -185,8 +185,7 @@ bool TcpConnection::take_turns(std::uint32_t events) {
         if (!take_turn()) {
             return false;
         }
-    } while (moved_ > 0 && stays-- > 0 && !postponed_ && !waits_for_memory_ && is_alone() &&
-             await());
+    } while (moved_ > 0 && stays-- > 0 && !postponed_ && !memory_refused_ && is_alone() && await());
     return true;
 }
 
@@ -203,7 +202,7 @@ bool TcpConnection::take_turn() {
     }
     moved_ever_.store(moved_ever_.load(std::memory_order_relaxed) + moved_,
                       std::memory_order_relaxed);
-    environment_.memory_relief.call(waits_for_memory_);
+    environment_.memory_relief.call(memory_refused_);
     return postponed_ || !is_finished();
 }
 
@@ -239,7 +238,7 @@ bool TcpConnection::read() {
 
 // The frame's next bytes stay in the socket until a retry finds memory for them.
 bool TcpConnection::wait_for_memory() {
-    waits_for_memory_ = true;
+    memory_refused_ = true;
     if (!waits_for_memory()) {
         waiting_since_.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
     }

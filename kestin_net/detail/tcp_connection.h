@@ -127,7 +127,7 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
 
     bool is_held_back() const { return send_chain_.holds_back(); }
     bool can_read() const {
-        return readable_ && !is_held_back() && !postponed_ && !waits_for_memory_;
+        return readable_ && !is_held_back() && !postponed_ && !memory_refused_;
     }
     bool can_offer() const { return offer_due_ && !is_held_back() && !postponed_; }
     bool can_write() const { return writable_ && !send_chain_.is_empty(); }
@@ -165,7 +165,7 @@ class TcpConnection final : public TcpConnectionBase, public RetryQueue::Entry {
     bool awaits_ = false;
     bool offer_due_ = false;
     bool postponed_ = false;
-    bool waits_for_memory_ = false;
+    bool memory_refused_ = false;
     bool hides_bytes_ = false;
     bool send_refused_ = false;
     bool ended_ = false;
