@@ -363,6 +363,7 @@ TEST_F(MemoryTrial, FramesThatNeverEnd) {
 TEST_F(MemoryTrial, SlowReadersAreServed) {
     const int count = sized(10, 40);
     std::vector<std::shared_ptr<Peer>> clients;
+    clients.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         clients.push_back(unread_download());
     }

@@ -25,7 +25,7 @@ using Kestin::Net::detail::receive_limit;
 using Kestin::Net::detail::Settings;
 using support::RawSocket;
 
-constexpr std::uint64_t mebibyte = 1024 * 1024;
+constexpr std::uint64_t mebibyte = 1024UL * 1024;
 
 // A request is one word: "wait" is not complete, "send" is followed by a number and answered by so
 // many MiB, "file" is answered by a file that is too short, "end" is refused.
