@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "client/batch.h"
 #include "client/detail/download_conversation.h"
 #include "client/detail/download_targets.h"
@@ -42,7 +44,7 @@ void make_folders(BatchRun& run, const std::vector<DownloadFolder>& folders) {
     const bool follow_links = run.options().follow_links;
     for (const auto& [root, below] : folders) {
         if (const auto made = LocalFolder::make({root, below, follow_links}); !made) {
-            run.refused({root + below, made.error()});
+            run.refused({std::filesystem::path(root) / below, made.error()});
         }
     }
 }

@@ -60,7 +60,7 @@ class Listing {
 
     void print_folder(const std::string& path, const Result<std::vector<Entry>>& entries) {
         if (!entries) {
-            complain(path, entries.error());
+            report_failure(common_, path, entries.error(), ExitCode::folder_not_found);
             complete_ = false;
             return;
         }

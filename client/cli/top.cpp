@@ -91,8 +91,7 @@ ExitCode top(const Common& common, const TopCommand& command) {
     do {
         auto look = look_at_server(common, command.command_port);
         if (!look && look.error().kind != ErrorKind::cancelled) {
-            complain("", look.error());
-            return exit_code(look.error());
+            return report_failure(common, "", look.error());
         }
         if (look) {
             watch.mark(look->nodes, look->excess);

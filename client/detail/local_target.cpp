@@ -3,10 +3,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 
+#include "client/detail/file_io.h"
 #include "client/detail/local_error.h"
 #include "client/detail/sha256.h"
 
@@ -103,19 +103,13 @@ Result<std::string> sha256_of(const LocalTarget& target, std::int64_t size,
         return local_error(target.path, "read");
     }
     const auto read = [&](void* data, std::size_t wanted, std::int64_t offset) -> Result<void> {
-        while (wanted > 0) {
-            const ssize_t count = pread(file.get(), data, wanted, offset);
-            if (count == 0) {
-                return Error{ErrorKind::file_changed, 0,
-                             target.path + " became shorter while it was compared"};
-            }
-            if (count < 0 && errno != EINTR) {
-                return local_error(target.path, "read");
-            }
-            const ssize_t step = std::max<ssize_t>(count, 0);
-            data = static_cast<char*>(data) + step;
-            wanted -= static_cast<std::size_t>(step);
-            offset += step;
+        const ssize_t count = read_at(file.get(), data, wanted, offset);
+        if (count < 0) {
+            return local_error(target.path, "read");
+        }
+        if (static_cast<std::size_t>(count) < wanted) {
+            return Error{ErrorKind::file_changed, 0,
+                         target.path + " became shorter while it was compared"};
         }
         return {};
     };

@@ -13,6 +13,7 @@
 #include <sstream>
 #include <utility>
 
+#include "client/detail/file_io.h"
 #include "client/detail/local_error.h"
 #include "client/detail/sha256.h"
 #include "client/detail/work_name.h"
@@ -138,20 +139,6 @@ std::optional<Memory> read_memory(const FileDescriptor& info) {
 bool closes_well(const FileDescriptor& descriptor) {
     const int copy = fcntl(descriptor.get(), F_DUPFD_CLOEXEC, 0);
     return copy >= 0 && close(copy) == 0;
-}
-
-bool write_all(int descriptor, const char* data, std::size_t size, std::int64_t offset) {
-    while (size > 0) {
-        const ssize_t written = pwrite(descriptor, data, size, offset);
-        if (written >= 0) {
-            data += written;
-            size -= static_cast<std::size_t>(written);
-            offset += written;
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
 }
 
 // A time that the file system can't hold is no reason to withhold the file.
@@ -324,7 +311,7 @@ Result<void> PartFile::remember(std::size_t segment) const {
 
 Result<void> PartFile::write_info(std::string_view text, std::size_t offset) const {
     if (!info_.is_open() ||
-        !write_all(info_.get(), text.data(), text.size(), static_cast<std::int64_t>(offset))) {
+        !write_at(info_.get(), text.data(), text.size(), static_cast<std::int64_t>(offset))) {
         return failed("written", errno);
     }
     return {};
@@ -342,9 +329,9 @@ Result<void> PartFile::append(std::size_t index, std::span<const iovec> pieces) 
     for (const iovec& piece : pieces) {
         const std::size_t skipped = std::min(done, piece.iov_len);
         done -= skipped;
-        if (!write_all(descriptor_.get(), static_cast<const char*>(piece.iov_base) + skipped,
-                       piece.iov_len - skipped,
-                       segment.position + static_cast<std::int64_t>(skipped))) {
+        if (!write_at(descriptor_.get(), static_cast<const char*>(piece.iov_base) + skipped,
+                      piece.iov_len - skipped,
+                      segment.position + static_cast<std::int64_t>(skipped))) {
             return failed("written", errno);
         }
         segment.position += static_cast<std::int64_t>(piece.iov_len);
@@ -353,16 +340,9 @@ Result<void> PartFile::append(std::size_t index, std::span<const iovec> pieces) 
 }
 
 Result<void> PartFile::read(void* data, std::size_t size, std::int64_t offset) const {
-    auto* place = static_cast<char*>(data);
-    while (size > 0) {
-        const ssize_t count = pread(descriptor_.get(), place, size, offset);
-        if (count == 0 || (count < 0 && errno != EINTR)) {
-            return failed("read", count == 0 ? EIO : errno);
-        }
-        const ssize_t step = std::max<ssize_t>(count, 0);
-        place += step;
-        size -= static_cast<std::size_t>(step);
-        offset += step;
+    const ssize_t count = read_at(descriptor_.get(), data, size, offset);
+    if (count < 0 || static_cast<std::size_t>(count) < size) {
+        return failed("read", count < 0 ? errno : EIO);
     }
     return {};
 }
@@ -416,7 +396,7 @@ Result<bool> write_at_once(const LocalTarget& target, std::int64_t time, std::st
     if (!descriptor.is_open()) {
         return false;
     }
-    if (!write_all(descriptor.get(), bytes.data(), bytes.size(), 0)) {
+    if (!write_at(descriptor.get(), bytes.data(), bytes.size(), 0)) {
         return local_error(target.path, "written");
     }
     set_time(descriptor, time);

@@ -3,11 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <utility>
 #include <vector>
 
+#include "client/detail/file_io.h"
 #include "client/detail/local_error.h"
 #include "client/detail/sha256.h"
 
@@ -19,18 +19,6 @@ Error changed(const std::string& path) {
 }
 
 constexpr std::size_t piece_size = 256UL * 1024;
-
-Result<void> write_all(int descriptor, std::span<const char> data, const std::string& folder) {
-    while (!data.empty()) {
-        const ssize_t written = write(descriptor, data.data(), data.size());
-        if (written >= 0) {
-            data = data.subspan(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return local_error("a temporary file in " + folder, "written");
-        }
-    }
-    return {};
-}
 
 }  // namespace
 
@@ -55,7 +43,7 @@ Result<SourceFile> SourceFile::spool(const ByteSource& source, const Cancelled& 
         return local_error("a temporary file in " + folder, "made");
     }
     std::vector<char> piece(piece_size);
-    while (true) {
+    for (std::int64_t end = 0;;) {
         if (cancelled && cancelled()) {
             return Error{ErrorKind::cancelled, 0, "cancelled"};
         }
@@ -66,10 +54,10 @@ Result<SourceFile> SourceFile::spool(const ByteSource& source, const Cancelled& 
         if (*size == 0) {
             break;
         }
-        if (auto written = write_all(descriptor.get(), std::span(piece).first(*size), folder);
-            !written) {
-            return written.error();
+        if (!write_at(descriptor.get(), piece.data(), *size, end)) {
+            return local_error("a temporary file in " + folder, "written");
         }
+        end += static_cast<std::int64_t>(*size);
     }
     struct stat status {};
     fstat(descriptor.get(), &status);
@@ -84,21 +72,11 @@ SourceFile::SourceFile(FileDescriptor descriptor, std::string path, const struct
 }
 
 Result<void> SourceFile::read(void* data, std::size_t size, std::int64_t offset) const {
-    auto* place = static_cast<char*>(data);
-    while (size > 0) {
-        const ssize_t count = pread(descriptor_.get(), place, size, offset);
-        if (count == 0) {
-            return changed(path_);
-        }
-        if (count > 0) {
-            place += count;
-            size -= static_cast<std::size_t>(count);
-            offset += count;
-        } else if (errno != EINTR) {
-            return local_error(path_, "read");
-        }
+    const ssize_t count = read_at(descriptor_.get(), data, size, offset);
+    if (count < 0) {
+        return local_error(path_, "read");
     }
-    return {};
+    return static_cast<std::size_t>(count) < size ? changed(path_) : Result<void>();
 }
 
 Result<std::string> SourceFile::sha256(const std::function<bool()>& cancelled) const {

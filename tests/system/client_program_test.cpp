@@ -127,6 +127,13 @@ TEST_F(ClientProgram, EndsWithACodeAndSaysWhatToDo) {
                   "get -r fetches folders"},
              Case{"transmit ls --json docs 2>/dev/null", 2, R"("code":2)"},
              Case{"transmit get --json /none 2>/dev/null", 4, R"("code":4)"},
+             Case{"transmit top --json --once --command-port 1 2>/dev/null", 7, R"("code":7)"},
+             Case{"mkdir -p \"$(printf 'tree/\\377')\" && transmit put -r tree /tree && "
+                  "transmit ls -R --json /tree 2>/dev/null",
+                  6, R"("code":3)"},
+             Case{"mkdir -p full/sub some elsewhere && ln -s ../elsewhere some/sub && "
+                  "transmit put -r full /full && transmit get -r /full some",
+                  1, "transmit: some/sub is a symbolic link"},
              Case{ask_nobody.c_str(), 7, "Connection refused. See that the server runs"},
              Case{send_nobody.c_str(), 7, "Connection refused. See that the server runs"},
          }) {
