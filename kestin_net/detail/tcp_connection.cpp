@@ -217,6 +217,9 @@ bool TcpConnection::read() {
     if (room.empty()) {
         return wait_for_memory();
     }
+    if (waits_for_memory()) {
+        waiting_since_.store(not_waiting, std::memory_order_relaxed);
+    }
     const int flags = std::exchange(awaits_, false) ? 0 : MSG_DONTWAIT;
     const ssize_t size = ::recv(socket_.number(), room.data(), room.size(), flags);
     if (size < 0) {
@@ -230,9 +233,6 @@ bool TcpConnection::read() {
     offer_due_ = offer_due_ || length > 0;
     receive_buffer_.commit(length);
     moved_ += length;
-    if (waits_for_memory()) {
-        waiting_since_.store(not_waiting, std::memory_order_relaxed);
-    }
     return true;
 }
 
