@@ -82,12 +82,23 @@ void LoopDisk::format() {
     mount();
 }
 
+void LoopDisk::sync() {
+    const int folder = open_root();
+    const int result = ::syncfs(folder);
+    ::close(folder);
+    checked(result, "sync");
+}
+
 void LoopDisk::cut_power() {
-    const int folder = checked(::open(path().c_str(), O_RDONLY | O_CLOEXEC), "disk");
+    const int folder = open_root();
     std::uint32_t way = without_log_flush;
     const int result = ::ioctl(folder, shutdown_request, &way);
     ::close(folder);
     checked(result, "power cut");
+}
+
+int LoopDisk::open_root() const {
+    return checked(::open(path().c_str(), O_RDONLY | O_CLOEXEC), "disk");
 }
 
 void LoopDisk::restart() {

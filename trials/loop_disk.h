@@ -22,6 +22,9 @@ class LoopDisk : private Kestin::Base::Uncopy {
     // A new file system, which is mounted.
     void format();
 
+    // Writes all that the file system holds (syncfs(2)).
+    void sync();
+
     // From here on nothing reaches the disk, and the journal isn't flushed (FS_IOC_SHUTDOWN).
     void cut_power();
 
@@ -29,6 +32,7 @@ class LoopDisk : private Kestin::Base::Uncopy {
     void restart();
 
   private:
+    int open_root() const;
     void mount();
     void unmount();
 

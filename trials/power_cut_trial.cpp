@@ -61,14 +61,23 @@ class PowerCutTrial : public testing::TestWithParam<Cut> {
         }
         try {
             disk_ = std::make_unique<trials::LoopDisk>();
-            disk_->format();
+            empty_disk();
         } catch (const std::system_error& error) {
             GTEST_SKIP() << "no disk can be made: " << error.what();
         }
         support::ServerSettings settings;
-        settings.storages = {{.directory = disk_->path() + "storage"}};
+        settings.storages = {{.directory = storage()}};
         settings.further = GetParam().settings;
         server_ = std::make_unique<support::RunningServer>(settings);
+    }
+
+    std::string storage() const { return disk_->path() + "storage"; }
+
+    // A new file system with the storage's folder, which an operator made long before the cut.
+    void empty_disk() {
+        disk_->format();
+        std::filesystem::create_directories(storage());
+        disk_->sync();
     }
 
     // The clients put files until the power goes, which it does when so many blocks have been sent.
@@ -213,8 +222,7 @@ TEST_P(PowerCutTrial, NoByteIsWrongAndNothingDurableIsLost) {
         server_->start();
         check_resumption();
         EXPECT_EQ(server_->stop_by(SIGTERM), support::exited_with(0));
-        disk_->format();
-        std::filesystem::create_directories(server_->storage_folder());
+        empty_disk();
         server_->start();
         first_number_ += 100'000;
     }
