@@ -13,7 +13,7 @@ struct Storage {
     std::string name = "Public";
     bool show = true;
     std::string directory = "storage/public";  // relative ones count from the root
-    std::string further = "";                  // further elements, as XML
+    std::string further = {};                  // further elements, as XML
 };
 
 // What goes into cfg/config.xml and the storage list. A port 0 is replaced by a free one.
@@ -26,7 +26,7 @@ struct ServerSettings {
     std::string temp_file_suffix = ".tcp";
     std::uint64_t update_interval = 1;
     std::vector<Storage> storages = {Storage{}};
-    std::string further = "";  // further elements of config.xml, as XML
+    std::string further = {};  // further elements of config.xml, as XML
 };
 
 // A runnable tree of its own in a temporary folder: the server's program, its shipped log settings
