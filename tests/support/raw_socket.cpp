@@ -3,11 +3,15 @@
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <random>
+#include <string>
 #include <system_error>
 
 namespace support {
@@ -29,6 +33,21 @@ bool can_listen_on(std::uint16_t port) {
     return free;
 }
 
+// Binds a name of the abstract namespace (unix(7)), which the kernel frees when this process ends.
+bool reserve(std::uint16_t port) {
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    const std::string text = "transmit-test-port-" + std::to_string(port);
+    std::copy(text.begin(), text.end(), name.sun_path + 1);
+    const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const auto size = offsetof(sockaddr_un, sun_path) + 1 + text.size();
+    if (::bind(descriptor, reinterpret_cast<const sockaddr*>(&name), socklen_t(size)) == 0) {
+        return true;
+    }
+    ::close(descriptor);
+    return false;
+}
+
 }  // namespace
 
 int with_loopback(int (*call)(int, const sockaddr*, socklen_t), int descriptor,
@@ -46,7 +65,7 @@ std::uint16_t free_port() {
     std::uniform_int_distribution<std::uint16_t> candidates(10000, 32767);
     for (int attempt = 0; attempt < 1000; ++attempt) {
         const std::uint16_t port = candidates(generator);
-        if (can_listen_on(port)) {
+        if (reserve(port) && can_listen_on(port)) {
             return port;
         }
     }

@@ -10,7 +10,8 @@
 namespace support {
 
 // A TCP port of 127.0.0.1 on which nobody listens, in host order. It lies below the range that the
-// system gives to outgoing connections, so that none of these takes it in the meantime.
+// system gives to outgoing connections, so that none of these takes it in the meantime. As long as
+// this process lives, no other process gets the same one from here.
 std::uint16_t free_port();
 
 // `call`, ::bind or ::connect, with the address of 127.0.0.1 and a port in host order.

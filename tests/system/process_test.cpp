@@ -107,6 +107,9 @@ TEST(Start, SaysWhichStepFailedAndWhy) {
 // Each descriptor more gets the start one step further, up to the last. The test's own descriptors
 // don't count.
 TEST(Start, TooFewDescriptorsFailAtAnyStepWithItsReason) {
+    if (std::string(TRANSMIT_SANITIZE).starts_with("address")) {
+        GTEST_SKIP() << "the sanitizer examines memory through descriptors of its own";
+    }
     std::set<int> codes;
     for (int limit = 4; codes.count(5) == 0 && limit < 20; ++limit) {
         const ServerRoot root;
