@@ -45,7 +45,7 @@ class Patience {
         if (waited >= limit_) {
             return Error{ErrorKind::time_limit, 0,
                          "the server was silent for " + std::to_string(limit_.count()) + " ms" +
-                             (limit_ == longest_first_wait ? "; is this its transmit port?" : "")};
+                             (limit_ == longest_first_wait ? " (is this its transmit port?)" : "")};
         }
         if (waited >= limits_.stall && limits_.stalled && !std::exchange(told_, true)) {
             limits_.stalled();

@@ -144,7 +144,7 @@ Error Wire::wrong_type(std::uint16_t wanted, std::uint16_t found) {
     close();
     return {ErrorKind::bad_answer, 0,
             "the server answered with type " + std::to_string(found) + " in place of " +
-                std::to_string(wanted) + "; is this its transmit port?"};
+                std::to_string(wanted) + " (is this its transmit port?)"};
 }
 
 }  // namespace transmit::detail
