@@ -65,9 +65,16 @@ class Babbler {
 transmit::Server server_at(std::uint16_t port) {
     transmit::Server server;
     server.endpoint.port = port;
-    server.limits.silence = 1s;
+    server.limits.silence = 100ms;
     server.retry.time_limit = 0s;
     return server;
+}
+
+// Its connection ends here: the server serves one at a time.
+transmit::DownloadBatch tree_of(const transmit::Server& server, const std::string& target) {
+    transmit::RetryingConnection connection(server.endpoint, server.limits, server.retry);
+    auto tree = transmit::download_tree(connection, {.path = "t"}, target);
+    return tree ? *std::move(tree) : transmit::DownloadBatch{};
 }
 
 }  // namespace
@@ -82,20 +89,19 @@ void run(std::string_view input) {
     options.encrypted = (input.front() & 1) != 0;
     options.verify = (input.front() & 2) != 0;
     options.files_at_once = 1;
+    options.streams = 1;
     Babbler babbler(input.substr(1));
     const transmit::Server server = server_at(babbler.port());
     const std::string inside = folder.path() + "inside/";
     transmit::TransferObserver nobody;
 
-    transmit::RetryingConnection connection(server.endpoint, server.limits, server.retry);
-    auto tree = transmit::download_tree(connection, {.path = "t"}, inside + "tree");
-    transmit::DownloadBatch down = tree ? *std::move(tree) : transmit::DownloadBatch{};
+    transmit::DownloadBatch down = tree_of(server, inside + "tree");
     down.files.push_back({{.path = "one"}, inside + "one", {}, {}});
     down.files.push_back({{.path = "two"}, inside + "two", {}, transmit::FileStamp{3, 1000}});
     transmit::download_files(server, down, options, nobody);
     std::error_code missing;
     const auto size = std::filesystem::file_size(inside + "two", missing);
-    require(missing || size == 3 || down.files.size() > 2, "a small file is as announced");
+    require(missing || size == 3, "a small file is as announced");
 
     support::write_file(inside + "source", "source");
     transmit::UploadBatch up;
