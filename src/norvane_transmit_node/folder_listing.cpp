@@ -89,5 +89,6 @@ message::Status NorvaneTransmitNode::do_handle_get_path_content_request(
         log.error("make download folder content failed (%s)", name);
         return message::status_make_folder_content_failed;
     }
+    last_listing_size_ = document.size();
     return message::status_path_is_directory;
 }

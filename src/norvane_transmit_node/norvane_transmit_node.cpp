@@ -117,6 +117,7 @@ void NorvaneTransmitNode::reset_transmit_node() {
     if (listing_ticket_ != 0) {
         request_storage_->listings.give_up(listing_ticket_);
     }
+    last_listing_size_ = 0;
 }
 
 // The type stays: a node whose upload has ended goes on showing as an upload.

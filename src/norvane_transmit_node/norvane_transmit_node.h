@@ -189,6 +189,7 @@ class NorvaneTransmitNode : public INorvaneSession, public PublishedNode {
     StorageWork* request_storage_ = nullptr;
     StorageWork* transfer_storage_ = nullptr;
     ListingLine::Ticket listing_ticket_ = 0;
+    std::size_t last_listing_size_ = 0;
     // Held while the event changes and while the node is reset.
     boost::mutex node_lock_;
 };

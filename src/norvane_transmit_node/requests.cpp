@@ -141,7 +141,7 @@ bool NorvaneTransmitNode::admit(Connection& connection, Work work, StoragePass& 
     request_storage_ = NorvaneTransmitService::instance().storage_gate().find(prefix.storage_id);
     return pass.enter(request_storage_) &&
            (work != Work::listing || request_storage_ == nullptr ||
-            pass.enter_listings(*request_storage_, listing_ticket_));
+            pass.enter_listings(*request_storage_, listing_ticket_, last_listing_size_));
 }
 
 bool NorvaneTransmitNode::copy_received(const OperationLog& log, Connection& connection,

@@ -51,8 +51,9 @@ bool StoragePass::enter(StorageWork* storage) {
     return true;
 }
 
-bool StoragePass::enter_listings(StorageWork& storage, ListingLine::Ticket& ticket) {
-    if (!storage.listings.enter(ticket, ListingLine::Clock::now())) {
+bool StoragePass::enter_listings(StorageWork& storage, ListingLine::Ticket& ticket,
+                                 std::size_t last_size) {
+    if (!storage.listings.enter(ticket, last_size, ListingLine::Clock::now())) {
         return false;
     }
     listings_ = &storage.listings;

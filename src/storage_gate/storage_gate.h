@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -38,8 +39,8 @@ class StoragePass : private Kestin::Base::Uncopy {
     // Each is false if there is no place; then the callback is postponed. Null and a storage that
     // the pass is for already need no place.
     bool enter(StorageWork* storage);
-    // Of a storage that was entered.
-    bool enter_listings(StorageWork& storage, ListingLine::Ticket& ticket);
+    // Of a storage that was entered; the other arguments as for ListingLine::enter.
+    bool enter_listings(StorageWork& storage, ListingLine::Ticket& ticket, std::size_t last_size);
 
   private:
     // The storage of a request, and that of the transfer which the request replaces.

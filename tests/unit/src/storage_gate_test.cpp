@@ -16,10 +16,12 @@ class ListingLineTest : public testing::Test {
   protected:
     ListingLineTest() {
         line.set_count(1);
-        EXPECT_TRUE(line.enter(first, now));
-        EXPECT_FALSE(line.enter(second, now));
-        EXPECT_FALSE(line.enter(third, now));
+        EXPECT_TRUE(line.enter(first, long_one, now));
+        EXPECT_FALSE(line.enter(second, long_one, now));
+        EXPECT_FALSE(line.enter(third, long_one, now));
     }
+
+    static constexpr std::size_t long_one = ListingLine::long_listing;
 
     ListingLine line;
     ListingLine::Clock::time_point now = ListingLine::Clock::now();
@@ -30,23 +32,37 @@ class ListingLineTest : public testing::Test {
 
 TEST_F(ListingLineTest, ListingsEnterInTheOrderInWhichTheyCame) {
     line.leave();
-    EXPECT_FALSE(line.enter(third, now));
-    EXPECT_FALSE(line.enter(first, now));
-    EXPECT_TRUE(line.enter(second, now));
+    EXPECT_FALSE(line.enter(third, long_one, now));
+    EXPECT_FALSE(line.enter(first, long_one, now));
+    EXPECT_TRUE(line.enter(second, long_one, now));
     line.leave();
-    EXPECT_TRUE(line.enter(third, now));
+    EXPECT_TRUE(line.enter(third, long_one, now));
     line.leave();
-    EXPECT_TRUE(line.enter(first, now));
+    EXPECT_TRUE(line.enter(first, long_one, now));
+}
+
+TEST_F(ListingLineTest, AShortListingDoesntWaitForLongOnes) {
+    Ticket fourth = 0;
+    Ticket fifth = 0;
+    EXPECT_TRUE(line.enter(fourth, 0, now));
+    EXPECT_FALSE(line.enter(fifth, 0, now));
+    line.leave();
+    EXPECT_FALSE(line.enter(second, long_one, now));
+    EXPECT_TRUE(line.enter(fifth, 0, now));
+    line.leave();
+    line.leave();
+    EXPECT_FALSE(line.enter(third, long_one, now));
+    EXPECT_TRUE(line.enter(second, long_one, now));
 }
 
 TEST_F(ListingLineTest, WhoGivesUpOrStaysAwayHoldsNobodyUp) {
     line.leave();
     line.give_up(second);
-    EXPECT_TRUE(line.enter(third, now));
-    EXPECT_FALSE(line.enter(first, now));
+    EXPECT_TRUE(line.enter(third, long_one, now));
+    EXPECT_FALSE(line.enter(first, long_one, now));
     line.leave();
-    EXPECT_FALSE(line.enter(second, now));
-    EXPECT_TRUE(line.enter(second, now + 2 * ListingLine::absence_limit));
+    EXPECT_FALSE(line.enter(second, long_one, now));
+    EXPECT_TRUE(line.enter(second, long_one, now + 2 * ListingLine::absence_limit));
 }
 
 // Requests for storage 1, in network order; the empty path is the storage itself.
