@@ -21,7 +21,7 @@ class ListingLine : private Kestin::Base::Uncopy {
     using Ticket = std::uint64_t;
 
     // From how many bytes on a listing is long.
-    static constexpr std::size_t long_listing = 16 * 1024;
+    static constexpr std::size_t long_listing = std::size_t{16} * 1024;
 
     // A ticket that wasn't shown for so long doesn't hold up those behind it.
     static constexpr auto absence_limit = std::chrono::seconds(1);
