@@ -2,7 +2,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <filesystem>
+#include <map>
 #include <thread>
 
 #include "client/batch.h"
@@ -12,8 +14,8 @@
 #include "tests/support/temporary_folder.h"
 
 // A server that answers with any bytes whatsoever, the same on each connection. The client fetches
-// a tree and files and sends one: it comes to an end, stays inside its folder and takes no file for
-// whole that isn't as announced.
+// a tree and files and sends one: it comes to an end, stays inside its folder and leaves a file
+// only if it reported it whole, in that size.
 namespace {
 
 using namespace std::chrono_literals;
@@ -70,6 +72,16 @@ transmit::Server server_at(std::uint16_t port) {
     return server;
 }
 
+// Keeps the sizes of the files that the client took for whole.
+class Witness : public transmit::TransferObserver {
+  public:
+    void done(std::size_t file, const transmit::TransferReport& report) override {
+        sizes[file] = report.size;
+    }
+
+    std::map<std::size_t, std::int64_t> sizes;
+};
+
 // Its connection ends here: the server serves one at a time.
 transmit::DownloadBatch tree_of(const transmit::Server& server, const std::string& target) {
     transmit::RetryingConnection connection(server.endpoint, server.limits, server.retry);
@@ -98,10 +110,17 @@ void run(std::string_view input) {
     transmit::DownloadBatch down = tree_of(server, inside + "tree");
     down.files.push_back({{.path = "one"}, inside + "one", {}, {}});
     down.files.push_back({{.path = "two"}, inside + "two", {}, transmit::FileStamp{3, 1000}});
-    transmit::download_files(server, down, options, nobody);
-    std::error_code missing;
-    const auto size = std::filesystem::file_size(inside + "two", missing);
-    require(missing || size == 3, "a small file is as announced");
+    Witness witness;
+    transmit::download_files(server, down, options, witness);
+    std::size_t file = down.files.size() - 2;
+    for (const char* name : {"one", "two"}) {
+        std::error_code missing;
+        const auto size = std::filesystem::file_size(inside + name, missing);
+        const auto told = witness.sizes.find(file++);
+        require(missing ? told == witness.sizes.end()
+                        : told != witness.sizes.end() && told->second == std::int64_t(size),
+                "a file is there if it was told, and as long as it was told");
+    }
 
     support::write_file(inside + "source", "source");
     transmit::UploadBatch up;
